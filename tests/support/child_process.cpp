@@ -1,0 +1,60 @@
+#include "tests/support/child_process.h"
+
+#include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdio>
+#include <iostream>
+
+// Present in a build for coverage: _exit would lose what the child has counted.
+extern "C" void __gcov_dump() __attribute__((weak));
+
+namespace {
+
+[[noreturn]] void RunChild(const std::function<void()>& body, int out) {
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+  const rlimit no_core = {};
+  setrlimit(RLIMIT_CORE, &no_core);
+  dup2(out, STDOUT_FILENO);
+  close(out);
+  int status = 0;
+  try {
+    body();
+  } catch (const std::exception& error) {
+    std::cout << "exception: " << error.what() << std::endl;
+    status = kChildFailed;
+  }
+  if (testing::Test::HasFailure()) status = kChildFailed;
+  std::cout.flush();
+  std::fflush(stdout);
+  if (__gcov_dump != nullptr) __gcov_dump();
+  _exit(status);
+}
+
+}  // namespace
+
+ChildResult RunInChild(const std::function<void()>& body) {
+  int ends[2];
+  if (pipe(ends) != 0) return {};
+  std::cout.flush();
+  std::fflush(stdout);
+  const pid_t child = fork();
+  if (child == 0) {
+    close(ends[0]);
+    RunChild(body, ends[1]);
+  }
+  close(ends[1]);
+  ChildResult result;
+  char chunk[4096];
+  for (ssize_t got; (got = read(ends[0], chunk, sizeof chunk)) > 0;) result.output.append(chunk, got);
+  close(ends[0]);
+  int status = 0;
+  if (child < 0 || waitpid(child, &status, 0) != child) return result;
+  if (WIFEXITED(status)) result.exit_status = WEXITSTATUS(status);
+  if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
+  return result;
+}

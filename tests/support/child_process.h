@@ -1,0 +1,18 @@
+// Runs part of a test in a child of its own: for what ends in a signal or an _exit, and for what would change the
+// process for the tests after it.
+
+#pragma once
+
+#include <functional>
+#include <string>
+
+struct ChildResult {
+  int exit_status = -1;  // -1 when a signal ended it
+  int signal = 0;        // 0 when none did
+  std::string output;    // what it wrote to standard output
+};
+
+// Forks and runs `body`. The child ends with 0 when the body returns, with kChildFailed when an expectation in it has
+// failed or an exception left it; both are told in `output`. It dies with the test.
+constexpr int kChildFailed = 99;
+ChildResult RunInChild(const std::function<void()>& body);

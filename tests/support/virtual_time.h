@@ -1,0 +1,47 @@
+// Time that a test holds in its hand: while a VirtualTime lives, poll, clock_gettime, gettimeofday and time answer from
+// it, and nothing waits. A poll that would sleep moves the clock to its deadline and returns; descriptors are still
+// looked at for real, so pipes, sockets and ptys work as ever. Without a VirtualTime all four calls are the system's.
+//
+// The clock stands still otherwise, except that a loop which polls over and over without sleeping is granted a little
+// time for each of these calls, so that it gets past what is left of a millisecond.
+//
+// A poll without limit sleeps for real when no Schedule is left: only a signal or a peer can end it.
+//
+// Threads: every thread reads the virtual clocks; only polls of the thread that built the VirtualTime move them, the
+// others' are real. A forked child goes on with a copy. One VirtualTime at a time.
+
+#pragma once
+
+#include <cstdint>
+#include <functional>
+
+class VirtualTime {
+ public:
+  // 2024-03-01 00:00:00 UTC, in seconds since 1970.
+  static constexpr int64_t kDefaultWall = 1'709'251'200;
+
+  explicit VirtualTime(int64_t wall_seconds = kDefaultWall);
+  VirtualTime(const VirtualTime&) = delete;
+  VirtualTime& operator=(const VirtualTime&) = delete;
+  ~VirtualTime();
+
+  // Both clocks go on, as if the caller had been busy.
+  void Advance(int64_t milliseconds) { AdvanceNanoseconds(milliseconds * 1'000'000); }
+  void AdvanceNanoseconds(int64_t nanoseconds);
+  // The wall clock alone is set.
+  void StepWall(int64_t milliseconds);
+
+  // Calls `action` when a sleeping poll reaches this moment, in milliseconds from now; a signal that it raises
+  // interrupts that poll. Actions may schedule more.
+  void Schedule(int64_t milliseconds, std::function<void()> action);
+
+  // How long a poll that would sleep waits in real time first, for peers that need some: other processes, and the
+  // kernel's own worker behind a pty. In milliseconds; 0 at first.
+  void SetGrace(int milliseconds);
+
+  // How often a poll has slept, which is how often the clock has been moved by one.
+  int Sleeps() const;
+
+  // Milliseconds since the VirtualTime was built.
+  int64_t Elapsed() const;
+};
