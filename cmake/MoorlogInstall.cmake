@@ -9,6 +9,7 @@ foreach(room IN LISTS rooms)
   install(DIRECTORY "${PROJECT_SOURCE_DIR}/${room}/" DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/moorlog/${room}
           FILES_MATCHING PATTERN "*.h")
 endforeach()
+install(TARGETS moorlog RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR})
 install(EXPORT moorlogTargets NAMESPACE moorlog:: DESTINATION ${package_dir})
 
 configure_package_config_file("${PROJECT_SOURCE_DIR}/cmake/moorlogConfig.cmake.in" moorlogConfig.cmake

@@ -1,0 +1,122 @@
+// The value items: one kind of value each, with its text form, its description and its default.
+//
+// Constructors take the tag name first and the default next. set stores the value and marks a change only when it
+// differs from the present one; set_to_default does the same with the default.
+
+#pragma once
+
+#include <cstdint>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "config/configurable.h"
+
+// "true" or "false".
+class ConfigurableBool : public Configurable {
+ public:
+  ConfigurableBool(std::string name, bool value);
+
+  bool get() const { return _value; }
+  void set(bool value);
+
+  void set_to_default() override { set(_default); }
+  std::istream& read(std::istream& in, std::ostream& errors) override;
+  std::ostream& write(std::ostream& out) const override;
+  std::ostream& write_doctype(std::ostream& out) const override;
+  void do_accept(ConfigurableVisitor& visitor) override;
+
+ private:
+  bool _value;
+  const bool _default;
+};
+
+// A decimal integer, clamped to its range: a value outside is never refused. The default itself isn't clamped until
+// set_to_default takes it.
+class ConfigurableInteger : public Configurable {
+ public:
+  ConfigurableInteger(std::string name, std::int32_t value, std::int32_t min = std::numeric_limits<std::int32_t>::min(),
+                      std::int32_t max = std::numeric_limits<std::int32_t>::max());
+
+  std::int32_t get() const { return _value; }
+  void set(long value) { _set(value); }
+
+  void set_to_default() override { _set(_default); }
+  std::istream& read(std::istream& in, std::ostream& errors) override;
+  std::ostream& write(std::ostream& out) const override;
+  std::ostream& write_doctype(std::ostream& out) const override;
+  void do_accept(ConfigurableVisitor& visitor) override;
+
+ private:
+  void _set(std::int64_t value);
+
+  std::int32_t _value;
+  const std::int32_t _min;
+  const std::int32_t _max;
+  const std::int32_t _default;
+};
+
+// Any text without a NUL byte.
+class ConfigurableString : public Configurable {
+ public:
+  ConfigurableString(std::string name, std::string value);
+
+  const std::string& get() const { return _value; }
+
+  void set_to_default() override { set(_default); }
+  std::istream& read(std::istream& in, std::ostream& errors) override;
+  std::ostream& write(std::ostream& out) const override;
+  std::ostream& write_doctype(std::ostream& out) const override;
+  void do_accept(ConfigurableVisitor& visitor) override;
+
+  // Every way of setting the text comes through here, so that a derived item can refine it.
+  virtual void set(const std::string& value);
+
+ private:
+  std::string _value;
+  const std::string _default;
+};
+
+// Shows the value of another text item under a further tag. Text sent to it is dropped without a word, and its change
+// mark doesn't follow the other item. The other item has to outlive it.
+class ConfigurableStringProxyReadOnly : public Configurable {
+ public:
+  ConfigurableStringProxyReadOnly(std::string name, const ConfigurableString& shown);
+
+  const std::string& get() const { return _shown.get(); }
+
+  std::ostream& write(std::ostream& out) const override;
+  std::ostream& write_doctype(std::ostream& out) const override;
+
+ private:
+  const ConfigurableString& _shown;
+};
+
+// One of a list of texts. The list is shared and owned elsewhere, usually a static of the derived class that its first
+// instance fills; it has to outlive the item, and may grow or be replaced meanwhile. Nothing may ask for the text of
+// an index that the list doesn't have.
+class ConfigurableMultipleChoice : public Configurable {
+ public:
+  using Choices = std::vector<std::string>;
+
+  ConfigurableMultipleChoice(std::string name, const Choices& choices, int index);
+
+  int get() const { return _index; }
+  const std::string& get_str() const { return (*_choices)[static_cast<Choices::size_type>(_index)]; }
+  void set(int index);  // an index that the list doesn't have is ignored
+
+  void set_to_default() override { set(_default); }
+  std::istream& read(std::istream& in, std::ostream& errors) override;
+  std::ostream& write(std::ostream& out) const override;
+  std::ostream& write_doctype(std::ostream& out) const override;
+  void do_accept(ConfigurableVisitor& visitor) override;
+
+ protected:
+  // The index of the first choice that is this text; -1 when there is none.
+  int _find(const std::string& text) const;
+
+ private:
+  const Choices* const _choices;
+  int _index;
+  const int _default;
+};

@@ -1,0 +1,8 @@
+#include <iostream>
+
+#include "config/docmoorlog.h"
+
+int main() {
+  const DocMoorlog document;
+  document.configuration(std::cout);
+}
