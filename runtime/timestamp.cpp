@@ -49,7 +49,8 @@ int MinuteOf(uint32_t seconds) {
   return static_cast<int>(seconds / 60 % 60);
 }
 double SecondOf(double value, uint32_t seconds) {
-  return value - seconds / 60 * 60;
+  const uint32_t minutes = seconds / 60;
+  return value - minutes * 60;
 }
 
 struct YearAndDay {
@@ -366,9 +367,10 @@ std::istream& Timestamp::_read(std::istream& in) {
     numbers.Get(time);
     if (in) {
       const int whole = TruncateToInt(time);
-      hour = whole / 10000;
-      min = whole / 100 % 100;
-      sec = time - whole / 100 * 100;
+      const int minutes = whole / 100;  // with the hours in front, in decimals
+      hour = minutes / 100;
+      min = minutes % 100;
+      sec = time - minutes * 100;
     }
   }
   if (form.quoted) TakeQuote(in);

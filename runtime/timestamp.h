@@ -64,7 +64,8 @@ class Timestamp {
   // 59.9999999 is written as 60. The stream's fill is a blank afterwards, whatever it was.
   std::ostream& _write(std::ostream& out) const;
 
-  friend auto operator<=>(const Timestamp&, const Timestamp&) = default;
+  friend bool operator==(const Timestamp&, const Timestamp&) = default;
+  friend auto operator<=>(const Timestamp& a, const Timestamp& b) { return a._seconds <=> b._seconds; }
 
  private:
   struct _Form;

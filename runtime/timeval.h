@@ -11,6 +11,7 @@
 #include <compare>
 #include <cstdint>
 #include <ostream>
+#include <tuple>
 
 class TimeVal {
  public:
@@ -25,7 +26,10 @@ class TimeVal {
   // Seconds, ".", nanoseconds in nine digits: -0.500000000. The stream's fill is a blank afterwards.
   std::ostream& write(std::ostream& out) const;
 
-  friend auto operator<=>(const TimeVal&, const TimeVal&) = default;
+  friend bool operator==(const TimeVal&, const TimeVal&) = default;
+  friend auto operator<=>(const TimeVal& a, const TimeVal& b) {
+    return std::tie(a.seconds, a.nanoseconds) <=> std::tie(b.seconds, b.nanoseconds);
+  }
 
   int32_t seconds;
   int32_t nanoseconds;
