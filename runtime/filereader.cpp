@@ -4,7 +4,7 @@
 
 namespace {
 
-constexpr unsigned int ChunkSize = 8192;
+constexpr unsigned int kChunkSize = 8192;
 
 }  // namespace
 
@@ -36,7 +36,7 @@ void FileReader::Close() {
 
 void FileReader::HandleRead() {
   if (!_file.IsOpen()) return;
-  if (_chunk.size() < ChunkSize) _chunk.resize(ChunkSize);
+  if (_chunk.size() < kChunkSize) _chunk.resize(kChunkSize);
   _waiting = _file.Read(_chunk.data(), static_cast<unsigned int>(_chunk.size()));
   SetRequestedEvents(0);
   if (_waiting == 0) Close();

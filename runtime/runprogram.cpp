@@ -18,8 +18,8 @@
 
 namespace {
 
-constexpr size_t MaxArguments = 127;
-constexpr int NotExecuted = 127;  // the exit status that sh(1) gives for the same
+constexpr size_t kMaxArguments = 127;
+constexpr int kNotExecuted = 127;  // the exit status that sh(1) gives for the same
 
 // Closed at both ends whatever happens.
 struct Pipe {
@@ -56,7 +56,7 @@ template <class Work>
     std::cout << who << " unknown exception" << std::endl;
   }
   std::fflush(stdout);  // _exit doesn't
-  ::_exit(NotExecuted);
+  ::_exit(kNotExecuted);
 }
 
 // Makes the pipe's ends this process's standard input and output; without a pipe it has neither.
@@ -68,7 +68,7 @@ void ConnectStandardStreams(const int* descriptors) {
   for (const int end : {STDOUT_FILENO, STDIN_FILENO}) {
     ::close(end);
     if (descriptors == nullptr) continue;
-    ::dup2(pair[end], end);
+    ::dup2(pair[end], end);  // the reading end has the index 0, the writing one 1
     ::close(pair[end]);
   }
 }
@@ -78,8 +78,8 @@ void Execute(const std::string& command) {
   std::vector<std::string> words;
   SplitCmdLine(command, words);
   if (words.empty()) words.emplace_back();
-  std::array<char*, MaxArguments + 1> arguments{};
-  const size_t count = std::min(words.size(), MaxArguments);
+  std::array<char*, kMaxArguments + 1> arguments{};
+  const size_t count = std::min(words.size(), kMaxArguments);
   for (size_t i = 0; i < count; ++i) arguments[i] = words[i].data();
   ::execv(arguments[0], arguments.data());
   const int error = errno;

@@ -61,10 +61,10 @@ int CaseInsensitiveStringCompare(const std::string& first, const std::string& se
 }
 
 unsigned int CaseInsensitiveStringFind(const std::string& haystack, const std::string& needle, unsigned int start) {
-  if (start >= haystack.size()) return CaseInsensitiveNotFound;
+  if (start >= haystack.size()) return kCaseInsensitiveNotFound;
   const auto found = std::search(haystack.begin() + start, haystack.end(), needle.begin(), needle.end(),
                                  [](char a, char b) { return Lower(a) == Lower(b); });
-  if (found == haystack.end() && !needle.empty()) return CaseInsensitiveNotFound;
+  if (found == haystack.end() && !needle.empty()) return kCaseInsensitiveNotFound;
   return static_cast<unsigned int>(found - haystack.begin());
 }
 

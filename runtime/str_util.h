@@ -26,7 +26,7 @@ void StripEndWS(std::string& text);
 int CaseInsensitiveStringCompare(const std::string& first, const std::string& second);
 
 // The "not found" of CaseInsensitiveStringFind: 32 bits on every platform, so not std::string::npos.
-constexpr unsigned int CaseInsensitiveNotFound = 0xFFFFFFFF;
+constexpr unsigned int kCaseInsensitiveNotFound = 0xFFFFFFFF;
 
 // Where `needle` first stands at or behind `start`, counted from the beginning of `haystack`. An empty needle is found
 // at `start`, but nothing is found from a start at or past the end.

@@ -12,7 +12,7 @@
 
 namespace {
 
-constexpr unsigned int ReadSize = 4096;
+constexpr unsigned int kReadSize = 4096;
 
 // A stream buffer on a descriptor that belongs to somebody else. The file buffers of the standard library close theirs
 // when they go, so two of them on one descriptor, or one and its owner, would close it twice.
@@ -165,8 +165,8 @@ unsigned int StreamFileBase::Write(const void* data, unsigned int size) {
 }
 
 unsigned int StreamFileBase::Read(std::string& data) {
-  if (_buffer.size() < ReadSize) _buffer.resize(ReadSize);
-  const unsigned int count = Read(_buffer.data(), ReadSize);
+  if (_buffer.size() < kReadSize) _buffer.resize(kReadSize);
+  const unsigned int count = Read(_buffer.data(), kReadSize);
   data.assign(_buffer.data(), count);
   return count;
 }
