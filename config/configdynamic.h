@@ -36,12 +36,15 @@ class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
   bool _do_configure_start(const std::string& name, XMLParser& parser, XMLWriter& writer) override;
   void _write_changes(XMLWriter& writer) const override;  // the whole list
 
+ protected:
+  static void _copy_flags(Configurable& to, const Configurable& from) { to._flags = from._flags; }
+
  private:
   bool _reset_on_first = false;  // no child element has come yet in this pass
   bool _unique = false;
 };
 
-// A list of T. T is made from its tag; its operator= takes another's flags and values, and its operator== says whether
+// A list of T. T is made from its tag; its operator= takes another's values, and its operator== says whether
 // two are the same item.
 template <typename T>
 class ConfigurableCompositeDynamic : public ConfigurableCompositeDynamicBase {
@@ -56,6 +59,7 @@ class ConfigurableCompositeDynamic : public ConfigurableCompositeDynamicBase {
   Configurable* new_item(const std::string& name) override { return new T(name); }
 
   void copy_item(Configurable& to, const Configurable& from) override {
+    _copy_flags(to, from);
     static_cast<T&>(to) = static_cast<const T&>(from);
   }
 

@@ -1,0 +1,69 @@
+#include "config/xml_writer.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+namespace {
+
+void WriteGreeting(XMLWriter& writer) {
+  writer.WriteStartDoc();
+  writer.WriteStartElement("greeting");
+  writer.write_string("Hello, world!", true);
+  writer.WriteEndElement("greeting");
+  writer.WriteStartElement("tag1");
+  writer.WriteAttributeValuePair("tag1_attr", "tag1_val");
+  writer.WriteAttribute("tag1_attr2");
+  writer.WriteEndElement("tag1");
+  writer.WriteStartElement("tag2");
+  writer.WriteStartElement("tag3");
+  writer.WriteAttribute("attr");
+  writer.write_string("Howdy from tag3", true);
+  writer.WriteStartElement("TARNO::tag31");
+  writer.write_string("this is tag31", true);
+  writer.WriteEndElement("TARNO::tag31");
+  writer.WriteEndElement("tag3");
+  writer.WriteEndElement("tag2");
+  writer.WriteStartElement("tag4");
+  writer.WriteEndDoc();
+}
+
+TEST(XMLWriter, WritesPrettyAndCompact) {
+  std::ostringstream pretty, compact;
+  XMLWriter pretty_writer(pretty, true), compact_writer(compact, false);
+  WriteGreeting(pretty_writer);
+  WriteGreeting(compact_writer);
+  EXPECT_EQ(
+      "<?xml version=\"1.0\"?>\n"
+      "<greeting>Hello, world!</greeting>\n"
+      "<tag1 tag1_attr=\"tag1_val\" tag1_attr2/>\n"
+      "<tag2>\n"
+      "\t<tag3 attr>Howdy from tag3\n"
+      "\t\t<TARNO::tag31>this is tag31</TARNO::tag31>\n"
+      "\t</tag3>\n"
+      "</tag2>\n"
+      "<tag4/>\n",
+      pretty.str());
+  EXPECT_EQ(
+      "<?xml version=\"1.0\"?><greeting>Hello, world!</greeting><tag1 tag1_attr=\"tag1_val\" tag1_attr2/>"
+      "<tag2><tag3 attr>Howdy from tag3<TARNO::tag31>this is tag31</TARNO::tag31></tag3></tag2><tag4/>\n",
+      compact.str());
+}
+
+TEST(XMLWriter, TextsThatFollowEachOtherAreSeparatedAndEmptyPiecesWriteNothing) {
+  std::ostringstream out;
+  XMLWriter writer(out, false);
+  writer.WriteEndElement("");
+  writer.write_string("a<", true);
+  writer.write_string("", true);
+  writer.write_string("b<", false);
+  writer.WriteStartElement("c");
+  writer.WriteAttribute("");
+  writer.WriteAttributeValuePair("", "x");
+  writer.WriteStartElement("");
+  writer.WriteEndElement("c");
+  writer.write_string("d", true);
+  EXPECT_EQ("a&lt; b<<c></c>d", out.str());
+}
+
+}  // namespace
