@@ -1,0 +1,98 @@
+#include "runtime/runprogram.h"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <csignal>
+#include <iostream>
+#include <sstream>
+
+#include "runtime/streamfile.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/child_process.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+TEST(RunProgram, GivesStatusAndOutput) {
+  const std::string missing = "RunProgram got exception: Unable to exec ";
+  std::string lines, many;
+  for (int i = 1; i <= 20000; ++i) lines += std::to_string(i) + '\n';
+  for (int i = 1; i < 200; ++i) many += " x";
+  const struct {
+    const char* row;
+    std::string command;
+    int status;
+    std::string output;
+  } rows[] = {
+      {"failure", "/bin/false", 1, ""},
+      {"status", "/bin/sh -c 'echo text; exit 3'", 3, "text\n"},
+      {"signal", "/bin/sh -c 'kill -9 $$'", -1, ""},
+      {"more than a pipe holds", "/usr/bin/seq 1 20000", 0, lines},
+      {"200 arguments", "/bin/echo" + many, 0, many.substr(1, 2 * 126 - 1) + "\n"},
+      {"no search of PATH", "true", 127, missing + "true: No such file or directory\n"},
+      {"empty", "", 127, missing + ": No such file or directory\n"},
+  };
+  CapturedOutput standard;
+  for (const auto& row : rows) {
+    std::cout << "unflushed";  // must not come out of the child as well
+    std::string captured = "old";
+    std::ostringstream copied;
+    EXPECT_EQ(row.status, RunProgramCaptureStdout(row.command, captured)) << row.row;
+    EXPECT_EQ(row.output, captured) << row.row;
+    EXPECT_EQ(row.status, RunProgram(row.command, copied)) << row.row;
+    EXPECT_EQ(row.output, copied.str()) << row.row;
+  }
+}
+
+TEST(RunProgram, WithoutCaptureTheProgramHasNoStandardStreams) {
+  EXPECT_EQ(127, RunProgram("/no/such/program"));
+  EXPECT_EQ(0, RunProgram("/bin/sh -c '! test -e /proc/$$/fd/0 && ! test -e /proc/$$/fd/1'"));
+}
+
+TEST(RunProgram, DataAndOutputShareOnePipe) {
+  EXPECT_EQ(0,
+            RunProgramWriteStdin("/bin/sh -c 'read a; echo $a back; read b; test \"$b\" = \"sent back\"'", "sent\n"));
+  EXPECT_EQ(5, RunProgramWriteStdin("/bin/sh -c 'head -c 200000 >/dev/null; exit 5'", std::string(200000, 'x')));
+}
+
+TEST(RunProgram, CapturesForAnOwnerWithoutStandardStreams) {
+  const auto result = RunInChild([] {
+    const int saved = ::dup(STDOUT_FILENO);
+    ::close(STDIN_FILENO);
+    ::close(STDOUT_FILENO);
+    std::string text;
+    EXPECT_EQ(0, RunProgramCaptureStdout("/bin/echo here", text));
+    EXPECT_EQ("here\n", text);
+    ::dup2(saved, STDOUT_FILENO);
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
+}
+
+TEST(RunProgram, ADaemonIsOnItsOwn) {
+  const TempDirectory directory;
+  const std::string path = directory / "fifo";
+  ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
+  RunProgramAsDaemon("/bin/sh -c 'exec cat /proc/self/stat /proc/self/status >" + path + "'");
+  EXPECT_EQ(-1, ::waitpid(-1, nullptr, WNOHANG));  // no child of ours is left
+  EXPECT_EQ(ECHILD, errno);
+
+  StreamFile fifo(path, O_RDONLY);  // waits for the daemon
+  std::string word;
+  pid_t parent = 0, group = 0, session = 0;
+  fifo.IStream() >> word >> word >> word >> parent >> group >> session;
+  EXPECT_NE(::getpid(), parent);
+  EXPECT_NE(::getsid(0), session);
+  while (fifo.IStream() >> word && word != "SigIgn:") continue;
+  uint64_t ignored = 0;
+  fifo.IStream() >> std::hex >> ignored;
+  EXPECT_TRUE(ignored & 1u << (SIGHUP - 1));
+
+  RunProgramAsDaemon("/no/such/program");  // nobody is told
+}
+
+}  // namespace
