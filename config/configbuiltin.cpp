@@ -119,8 +119,17 @@ std::ostream& ConfigurableStringProxyReadOnly::write_doctype(std::ostream& out) 
 ConfigurableMultipleChoice::ConfigurableMultipleChoice(std::string name, const Choices& choices, int index)
     : Configurable(std::move(name)), _choices(&choices), _index(index), _default(index) {}
 
+bool ConfigurableMultipleChoice::_is_choice(int index) const {
+  return index >= 0 && static_cast<Choices::size_type>(index) < _choices->size();
+}
+
+const std::string& ConfigurableMultipleChoice::get_str() const {
+  static const std::string none;
+  return _is_choice(_index) ? (*_choices)[static_cast<Choices::size_type>(_index)] : none;
+}
+
 void ConfigurableMultipleChoice::set(int index) {
-  if (index < 0 || index == _index || static_cast<Choices::size_type>(index) >= _choices->size()) return;
+  if (index == _index || !_is_choice(index)) return;
   _index = index;
   _set_changed(true);
 }

@@ -93,8 +93,8 @@ class ConfigurableStringProxyReadOnly : public Configurable {
 };
 
 // One of a list of texts. The list is shared and owned elsewhere, usually a static of the derived class that its first
-// instance fills; it has to outlive the item, and may grow or be replaced meanwhile. Nothing may ask for the text of
-// an index that the list doesn't have.
+// instance fills; it has to outlive the item, and may grow, shrink or be replaced meanwhile: the index stays, and reads
+// as an empty text where the list doesn't have it.
 class ConfigurableMultipleChoice : public Configurable {
  public:
   using Choices = std::vector<std::string>;
@@ -102,7 +102,7 @@ class ConfigurableMultipleChoice : public Configurable {
   ConfigurableMultipleChoice(std::string name, const Choices& choices, int index);
 
   int get() const { return _index; }
-  const std::string& get_str() const { return (*_choices)[static_cast<Choices::size_type>(_index)]; }
+  const std::string& get_str() const;
   void set(int index);  // an index that the list doesn't have is ignored
 
   void set_to_default() override { set(_default); }
@@ -116,6 +116,8 @@ class ConfigurableMultipleChoice : public Configurable {
   int _find(const std::string& text) const;
 
  private:
+  bool _is_choice(int index) const;
+
   const Choices* const _choices;
   int _index;
   const int _default;

@@ -43,6 +43,8 @@ ConfigCfgMoorlog::ConfigCfgMoorlog() : ConfigurableComposite("cfg") {
   add(daqm);
   add(sonicbaud);
   add(gpstype);
+  add(clock);
+  add(network);
 }
 
 ConfigCmdMoorlog::ConfigCmdMoorlog() : ConfigurableComposite("cmd") {

@@ -11,6 +11,7 @@
 
 #include "config/configbuiltin.h"
 #include "config/configurable.h"
+#include "config/doc5500common.h"
 
 class ConfigOutputMoorlog : public ConfigurableComposite {
  public:
@@ -64,6 +65,8 @@ class ConfigCfgMoorlog : public ConfigurableComposite {
   ConfigCfgDAQM daqm;
   ConfigurableInteger sonicbaud{"sonicbaud", 57600, 0, 115200};  // bit/s
   ConfigCfgGPSType gpstype;
+  ConfigCfgClock clock;
+  ConfigCfgNetwork network;
 };
 
 // One-shot commands: a document sets one to true, and it is false again before the next document.
