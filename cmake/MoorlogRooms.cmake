@@ -25,11 +25,11 @@ endif()
 # A program loads only the shared libraries that it uses, whatever its rooms could use.
 add_link_options(-Wl,--as-needed)
 
-# moorlog_room(NAME [LINKS target...]): the folder's sources as the static library moorlog::NAME.
+# moorlog_room(NAME [NOT_INSTALLED] [LINKS target...]): the folder's sources as the static library moorlog::NAME.
 #
-# A file in a room belongs to it, so the sources are found, not listed.
+# NOT_INSTALLED is for what only tests and examples use. A file in a room belongs to it, so the sources are found, not listed.
 function(moorlog_room name)
-  cmake_parse_arguments(arg "" "" "LINKS" ${ARGN})
+  cmake_parse_arguments(arg "NOT_INSTALLED" "" "LINKS" ${ARGN})
   file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
   add_library(moorlog_${name} STATIC ${sources})
   add_library(moorlog::${name} ALIAS moorlog_${name})
@@ -41,5 +41,7 @@ function(moorlog_room name)
     moorlog_${name} PUBLIC $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/moorlog>)
   target_link_libraries(moorlog_${name} PUBLIC ${arg_LINKS} PRIVATE $<BUILD_INTERFACE:moorlog_own>)
-  set_property(GLOBAL APPEND PROPERTY MOORLOG_BUILT_ROOMS ${name})
+  if(NOT arg_NOT_INSTALLED)
+    set_property(GLOBAL APPEND PROPERTY MOORLOG_BUILT_ROOMS ${name})
+  endif()
 endfunction()

@@ -1,0 +1,62 @@
+#include "emulators/pty.h"
+
+#include <fcntl.h>
+#include <termios.h>
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "runtime/errnoexcept.h"
+
+namespace {
+
+struct Speed {
+  speed_t code;
+  int rate;
+};
+constexpr Speed kSpeeds[] = {{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
+                             {B38400, 38400}, {B57600, 57600}, {B115200, 115200}};
+
+}  // namespace
+
+Pty::Pty() {
+  _instrument = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
+  char path[64];
+  if (_instrument >= 0 && grantpt(_instrument) == 0 && unlockpt(_instrument) == 0 &&
+      ptsname_r(_instrument, path, sizeof path) == 0)
+    _device = open(_path.assign(path).c_str(), O_RDWR | O_NOCTTY);
+  if (_device < 0) {
+    const ErrnoError error("pseudo-terminal");
+    if (_instrument >= 0) close(_instrument);
+    throw error;
+  }
+  termios raw;
+  tcgetattr(_device, &raw);
+  cfmakeraw(&raw);
+  cfsetspeed(&raw, B38400);
+  tcsetattr(_device, TCSANOW, &raw);
+}
+
+Pty::~Pty() {
+  close(_device);
+  close(_instrument);
+}
+
+int Pty::Speed() const {
+  termios settings = {};
+  tcgetattr(_device, &settings);
+  for (const auto& speed : kSpeeds)
+    if (speed.code == cfgetospeed(&settings)) return speed.rate;
+  return 0;
+}
+
+std::string Pty::Read() {
+  std::string bytes;
+  char chunk[4096];
+  for (ssize_t count; (count = read(_instrument, chunk, sizeof chunk)) > 0;) bytes.append(chunk, count);
+  return bytes;
+}
+
+void Pty::Write(const std::string& bytes) {
+  [[maybe_unused]] const ssize_t taken = write(_instrument, bytes.data(), bytes.size());
+}
