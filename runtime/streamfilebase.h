@@ -57,9 +57,10 @@ class StreamFileBase {
   std::ostream& OStream();
   std::istream& IStream();
 
- private:
-  void _check_open() const;
+ protected:
+  void _check_open() const;  // throws StreamFileBaseError "StreamFileBase: file is closed"
 
+ private:
   int _fd = -1;
   std::unique_ptr<std::ostream> _ostream;
   std::unique_ptr<std::istream> _istream;
