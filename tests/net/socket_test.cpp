@@ -108,11 +108,15 @@ TEST(Socket, BindsAUnixSocketForEverybodyAndPutsTheMaskBack) {
   EXPECT_EQ(SocketAddress(Socket::FamilyUnix), peer);  // unnamed, and nothing of the path that stood there
 }
 
-TEST(Socket, BindsNetlink) {
+TEST(Socket, BindsNetlinkAndReusesAddressesOfAnyFamily) {
   Socket socket(Socket::FamilyNetlink, Socket::TypeRaw, NETLINK_ROUTE);
   socket.Bind(SocketAddress(0, 0));
   EXPECT_EQ(Socket::FamilyNetlink, NameOf(socket).Family());
   EXPECT_NE(SocketAddress(0, 0), NameOf(socket));
+  int reuse = 0;
+  socklen_t length = sizeof reuse;
+  EXPECT_EQ(0, ::getsockopt(socket.Fileno(), SOL_SOCKET, SO_REUSEADDR, &reuse, &length));
+  EXPECT_EQ(1, reuse);
 }
 
 TEST(Socket, TellsHowAConnectWent) {
