@@ -6,6 +6,7 @@
 
 #include <array>
 #include <istream>
+#include <string>
 #include <string_view>
 
 namespace xml {
@@ -13,8 +14,9 @@ namespace xml {
 enum CharClass : unsigned char {
   kSpace = 1,      // isspace in the classic locale
   kNameStart = 2,  // first character of a name
-  kName = 4,       // any further character of a name, ";" included
+  kName = 4,       // any further character of a name, but for the ";" that ends one
   kMarkup = 8,     // "<", ">" and both quotes: text ends here
+  kAmpersand = 16,
 };
 
 namespace detail {
@@ -27,8 +29,9 @@ constexpr std::array<unsigned char, 256> MakeClasses() {
   add(" \t\n\v\f\r", kSpace);
   add("0123456789abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ", kNameStart | kName);
   add("&_:", kNameStart);
-  add("-._:;", kName);
+  add("-._:", kName);
   add("<>\"'", kMarkup);
+  add("&", kAmpersand);
   return classes;
 }
 
@@ -56,14 +59,14 @@ class CharReader {
     return c;
   }
 
-  // Takes the character that Peek has just shown and shows the one behind it.
-  int Next() {
-    _buffer->sbumpc();
-    return Peek();
-  }
-
   // Takes the character that Peek has just shown.
   void Skip() { _buffer->sbumpc(); }
+
+  // Takes the character that Peek has just shown and shows the one behind it.
+  int Next() {
+    Skip();
+    return Peek();
+  }
 
   // Takes the next character; at the end kEnd, and both eofbit and failbit are set, as get() does.
   int Get() {
@@ -72,7 +75,49 @@ class CharReader {
     return c;
   }
 
+  // Take characters while the condition holds for them, and show the first other one, or kEnd.
+  template <typename Condition>
+  int SkipWhile(Condition holds) {
+    return _take_while(holds, [](std::string_view) {});
+  }
+  template <typename Condition>
+  int TakeWhile(std::string& text, Condition holds) {
+    return _take_while(holds, [&text](std::string_view run) { text.append(run); });
+  }
+
  private:
+  // Makes the borders of a buffer's read area reachable.
+  struct Area : std::streambuf {
+    static std::string_view Held(const std::streambuf& buffer) {
+      const char* const next = (buffer.*&Area::gptr)();
+      return {next, static_cast<std::size_t>((buffer.*&Area::egptr)() - next)};
+    }
+    static void Take(std::streambuf& buffer, std::size_t count) { (buffer.*&Area::gbump)(static_cast<int>(count)); }
+  };
+
+  template <typename Condition, typename Sink>
+  int _take_while(Condition holds, Sink sink) {
+    for (int c = Peek(); c != kEnd; c = Peek()) {
+      // A buffer without a read area hands out one character at a time.
+      const std::string_view held = Area::Held(*_buffer).substr(0, kLongestRun);
+      if (held.empty()) {
+        if (!holds(c)) return c;
+        const char one = static_cast<char>(c);
+        sink(std::string_view(&one, 1));
+        Skip();
+        continue;
+      }
+      std::size_t taken = 0;
+      while (taken < held.size() && holds(held[taken])) ++taken;
+      sink(held.substr(0, taken));
+      Area::Take(*_buffer, taken);
+      if (taken < held.size()) return static_cast<unsigned char>(held[taken]);
+    }
+    return kEnd;
+  }
+
+  static constexpr std::size_t kLongestRun = 1U << 30;  // what a buffer can be moved on by
+
   std::istream& _in;
   std::streambuf* _buffer;
 };

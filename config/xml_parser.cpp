@@ -1,6 +1,7 @@
 #include "config/xml_parser.h"
 
 #include <algorithm>
+#include <stdexcept>
 #include <utility>
 
 #include "config/xml_chars.h"
@@ -13,6 +14,8 @@ constexpr const char* kEmptyName = "Empty XML tag name";
 constexpr const char* kBadEnd = "Invalid XML tag end sequence";
 constexpr const char* kStrayEnd = "Invalid '>' character outside XML tags";
 constexpr const char* kNestedStart = "Cannot start new element inside start tag";
+
+constexpr std::uint32_t kLongestText = (1U << 29) - 1;
 
 struct Query {
   std::string_view text;
@@ -53,7 +56,7 @@ bool SkipPast(CharReader& reader, std::string_view sequence) {
 
 XMLParser::XMLParser(std::istream& in) : _in(in) {
   // Twice, so that the first GetNextToken answers START_DOC and stepping back is legal right after it.
-  _tokens.assign(2, TokenInfo{START_DOC, {}, {}});
+  _tokens.assign(2, TokenInfo{"", 0, 0, START_DOC});
 }
 
 XMLParser::TokenKind XMLParser::GetNextToken() {
@@ -91,11 +94,12 @@ void XMLParser::_recover_state() {
 
 XMLParser::TokenKind XMLParser::_step() {
   if (_current + 1 == _tokens.size()) advanceToken();
-  return _tokens[++_current].kind;
+  ++_current;
+  return GetCurrToken();
 }
 
 void XMLParser::advanceToken() {
-  _fresh = TokenInfo{ERROR, {}, {}};
+  _fresh = TokenInfo{"", 0, 0, ERROR};
   try {
     if (_in.fail()) {
       _fresh.kind = parseEndDoc();
@@ -103,7 +107,8 @@ void XMLParser::advanceToken() {
       eatwhite(_in);
       _fresh.kind = _in_start_tag ? parseInStartElement() : parseOutsideStartElement();
     }
-  } catch (...) {  // out of the stream's buffer; an istream answers with the badbit
+  } catch (...) {  // out of the stream's buffer, mostly; an istream answers with the badbit
+    _fresh = TokenInfo{"", 0, 0, ERROR};
     _in.setstate(std::ios_base::badbit);
   }
   _tokens.push_back(_fresh);
@@ -119,7 +124,7 @@ XMLParser::TokenKind XMLParser::parseOutsideStartElement() {
   }
   if (first != '<') {
     _string._read(_in);
-    _fresh.string = _keep(_string.get());
+    _keep(_string.get());
     return STRING;
   }
 
@@ -132,12 +137,13 @@ XMLParser::TokenKind XMLParser::parseOutsideStartElement() {
     if (end == CharReader::kEnd) return parseEndDoc();
     if (_name.get().empty()) return setErrorState(kEmptyName);
     if (end != '>') return setErrorState(kBadEnd);
-    _fresh.string = _keep(_name.get());
+    _keep(_name.get());
     return END_ELEMENT;
   }
   _name._read(_in);
   if (_name.get().empty()) return setErrorState(kEmptyName);
-  _fresh.string = _element_name = _keep(_name.get());
+  _keep(_name.get());
+  _element_name = _fresh;
   _in_start_tag = true;
   return START_ELEMENT;
 }
@@ -160,7 +166,7 @@ XMLParser::TokenKind XMLParser::parseInStartElement() {
       if (end == CharReader::kEnd) return parseEndDoc();
       if (end != '>') return setErrorState(kBadEnd);
       _in_start_tag = false;
-      _fresh.string = _element_name;
+      _fresh = _element_name;
       return END_ELEMENT;
     }
     default:
@@ -174,11 +180,13 @@ XMLParser::TokenKind XMLParser::parseInStartElement() {
     reader.Skip();
     return setErrorState(kEmptyName);
   }
-  _fresh.string = _keep(_name.get());
-  if (end != '=') return ATTRIBUTE;
+  if (end != '=') {
+    _keep(_name.get());
+    return ATTRIBUTE;
+  }
   reader.Skip();
   _string._read(_in);
-  _fresh.value = _keep(_string.get());
+  _keep(_name.get(), _string.get());
   return ATTRIBUTE_VALUE_PAIR;
 }
 
@@ -190,7 +198,8 @@ XMLParser::TokenKind XMLParser::parseEndDoc() {
 
 XMLParser::TokenKind XMLParser::setErrorState(const char* message) {
   _in.setstate(std::ios_base::failbit);
-  _fresh.string = message;
+  _fresh.text = message;
+  _fresh.string_size = static_cast<std::uint32_t>(std::string_view(message).size());
   return ERROR;
 }
 
@@ -217,11 +226,15 @@ bool XMLParser::_skip_meta(int opening) {
   return SkipPast(reader, "-->");
 }
 
-std::string_view XMLParser::_keep(const std::string& text) {
-  if (text.empty()) return {};
-  char* const place = static_cast<char*>(_texts.allocate(text.size(), 1));
-  std::copy(text.begin(), text.end(), place);
-  return {place, text.size()};
+// Gives the fresh token its texts, in memory that lasts as long as the parser.
+void XMLParser::_keep(std::string_view string, std::string_view value) {
+  if (std::max(string.size(), value.size()) > kLongestText) throw std::length_error("text too long");
+  if (string.empty() && value.empty()) return;
+  char* const place = static_cast<char*>(_texts.allocate(string.size() + value.size(), 1));
+  std::copy(value.begin(), value.end(), std::copy(string.begin(), string.end(), place));
+  _fresh.text = place;
+  _fresh.string_size = static_cast<std::uint32_t>(string.size());
+  _fresh.value_size = static_cast<std::uint32_t>(value.size()) & kLongestText;
 }
 
 XMLQueryStringParser::XMLQueryStringParser(std::string text) : _text(std::move(text)) {}

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <istream>
 #include <memory_resource>
@@ -21,7 +22,8 @@
 // that was asked for, so that what follows a document stays in it.
 //
 // Syntax errors never throw. They give an ERROR token with one of four messages and set the stream's failbit; the
-// ERROR is then answered again and again until RecoverFromError. A failing stream gives an ERROR without a message.
+// ERROR is then answered again and again until RecoverFromError. A failing stream, and a single text of half a
+// gigabyte, give an ERROR without a message and set the badbit.
 class XMLParser {
  public:
   enum TokenKind {
@@ -35,10 +37,15 @@ class XMLParser {
     ERROR  // string: the message
   };
 
+  // Small, for a document has many: the value's bytes stand directly behind those of the string.
   struct TokenInfo {
-    TokenKind kind;
-    std::string_view string;
-    std::string_view value;
+    const char* text;
+    std::uint32_t string_size;
+    std::uint32_t value_size : 29;  // of an ATTRIBUTE_VALUE_PAIR
+    std::uint32_t kind : 3;
+
+    std::string_view string() const { return {text, string_size}; }
+    std::string_view value() const { return {text + string_size, value_size}; }
   };
 
   // A place in the document: valid for the parser that gave it, as long as that lives.
@@ -51,9 +58,9 @@ class XMLParser {
   // Moves on by one token, from what is stored or else from the stream, and returns its kind.
   TokenKind GetNextToken();
 
-  TokenKind GetCurrToken() const { return _tokens[_current].kind; }
-  std::string GetTokenString() const { return std::string(_tokens[_current].string); }
-  std::string GetTokenValue() const { return std::string(_tokens[_current].value); }
+  TokenKind GetCurrToken() const { return static_cast<TokenKind>(_tokens[_current].kind); }
+  std::string GetTokenString() const { return std::string(_tokens[_current].string()); }
+  std::string GetTokenValue() const { return std::string(_tokens[_current].value()); }
 
   // Steps one token back; at the first it stays.
   void PutBackToken();
@@ -80,7 +87,7 @@ class XMLParser {
   int getAndEatMeta();
   bool _skip_meta(int opening);
   void _recover_state();
-  std::string_view _keep(const std::string& text);
+  void _keep(std::string_view string, std::string_view value = {});
 
   std::istream& _in;
 
@@ -89,11 +96,11 @@ class XMLParser {
   Position _current = 0;
   Position _marked = 0;
 
-  TokenInfo _fresh{};              // the token that is being read
-  XMLName _name;                   // a buffer for names, reused
-  XMLString _string;               // a buffer for texts, reused
-  std::string_view _element_name;  // of the last start tag: "/>" closes that one
-  bool _in_start_tag = false;      // between the name of a start tag and its ">" or "/>"
+  TokenInfo _fresh{};          // the token that is being read
+  XMLName _name;               // a buffer for names, reused
+  XMLString _string;           // a buffer for texts, reused
+  TokenInfo _element_name{};   // of the last start tag: "/>" closes that one
+  bool _in_start_tag = false;  // between the name of a start tag and its ">" or "/>"
 };
 
 // Cuts a text into queries, descriptions in braces, and plain pieces.

@@ -41,8 +41,7 @@ void Write(std::ostream& out, std::string_view text) {
 
 void eatwhite(std::istream& in) {
   if (!in.good()) return;
-  CharReader reader(in);
-  for (int c = reader.Peek(); c != CharReader::kEnd && xml::Is(c, xml::kSpace);) c = reader.Next();
+  CharReader(in).SkipWhile([](int c) { return xml::Is(c, xml::kSpace); });
 }
 
 void XMLString::_read(std::istream& in) {
@@ -64,37 +63,20 @@ void XMLString::_read(std::istream& in) {
 
 void XMLString::_read_quote(std::istream& in, int quote) {
   CharReader reader(in);
-  for (int c = reader.Peek(); c != CharReader::kEnd;) {
-    if (c == quote) {
-      reader.Skip();
-      return;
-    }
-    if (c == '<' || c == '>') return;
-    if (c == '&') {
-      _read_entity(in);
-      c = reader.Peek();
-    } else {
-      _text.push_back(static_cast<char>(c));
-      c = reader.Next();
-    }
+  const auto is_plain = [quote](int c) { return c != quote && c != '<' && c != '>' && c != '&'; };
+  int c = reader.TakeWhile(_text, is_plain);
+  while (c == '&') {
+    _read_entity(in);
+    c = reader.TakeWhile(_text, is_plain);
   }
+  if (c == quote) reader.Skip();
 }
 
 void XMLString::_read_non_quote(std::istream& in) {
   CharReader reader(in);
-  std::size_t kept = 0;  // the length up to the last character that is not white space
-  for (int c = reader.Peek(); c != CharReader::kEnd && !xml::Is(c, xml::kMarkup);) {
-    if (c == '&') {
-      _read_entity(in);
-      kept = _text.size();
-      c = reader.Peek();
-    } else {
-      _text.push_back(static_cast<char>(c));
-      if (!xml::Is(c, xml::kSpace)) kept = _text.size();
-      c = reader.Next();
-    }
-  }
-  _text.resize(kept);
+  const auto is_plain = [](int c) { return !xml::Is(c, xml::kMarkup | xml::kAmpersand); };
+  while (reader.TakeWhile(_text, is_plain) == '&') _read_entity(in);
+  while (!_text.empty() && xml::Is(_text.back(), xml::kSpace)) _text.pop_back();
 }
 
 // At "&". White space that cuts an entity short is lost with it; that is how the dialect is.
@@ -102,23 +84,19 @@ void XMLString::_read_entity(std::istream& in) {
   CharReader reader(in);
   const std::size_t start = _text.size();
   _text.push_back('&');
-  for (int c = reader.Next(); c != CharReader::kEnd && c != '&' && !xml::Is(c, xml::kMarkup); c = reader.Next()) {
-    if (xml::Is(c, xml::kSpace)) {
-      reader.Skip();
+  reader.Skip();
+  const int end = reader.TakeWhile(
+      _text, [](int c) { return c != ';' && !xml::Is(c, xml::kSpace | xml::kMarkup | xml::kAmpersand); });
+  if (end == CharReader::kEnd) return;
+  if (xml::Is(end, xml::kSpace)) return reader.Skip();
+  if (end != ';') return;
+  reader.Skip();
+  _text.push_back(';');
+  for (const Entity& entity : kEntities)
+    if (_text.compare(start, std::string::npos, entity.text) == 0) {
+      _text.replace(start, std::string::npos, 1, entity.character);
       return;
     }
-    _text.push_back(static_cast<char>(c));
-    if (c != ';') continue;
-    reader.Skip();
-    const std::string_view collected = std::string_view(_text).substr(start);
-    for (const Entity& entity : kEntities)
-      if (entity.text == collected) {
-        _text.resize(start);
-        _text.push_back(entity.character);
-        break;
-      }
-    return;
-  }
 }
 
 void XMLString::_write(std::ostream& out) const {
@@ -141,23 +119,21 @@ void XMLName::_read(std::istream& in) {
     return;
   }
   CharReader reader(in);
-  int c = reader.Peek();
-  if (c == CharReader::kEnd || !xml::Is(c, xml::kNameStart)) return;
-  do {
-    _text.push_back(static_cast<char>(c));
-    if (c == ';') {
-      reader.Skip();
-      return;
-    }
-    c = reader.Next();
-  } while (c != CharReader::kEnd && xml::Is(c, xml::kName));
+  const int first = reader.Peek();
+  if (first == CharReader::kEnd || !xml::Is(first, xml::kNameStart)) return;
+  reader.Skip();
+  _text.push_back(static_cast<char>(first));
+  if (reader.TakeWhile(_text, [](int c) { return xml::Is(c, xml::kName); }) == ';') {
+    reader.Skip();
+    _text.push_back(';');
+  }
 }
 
 void XMLName::_write(std::ostream& out) const {
   const std::string_view text = _text;
   if (text.empty() || !xml::Is(text[0], xml::kNameStart)) return;
   std::size_t length = 1;
-  while (length < text.size() && xml::Is(text[length], xml::kName))
-    if (text[length++] == ';') break;
+  while (length < text.size() && xml::Is(text[length], xml::kName)) ++length;
+  if (length < text.size() && text[length] == ';') ++length;
   Write(out, text.substr(0, length));
 }
