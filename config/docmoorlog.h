@@ -96,6 +96,7 @@ class ConfigMoorlog : public ConfigurableComposite {
   // Whether anything has changed that belongs to the configuration: commands, factory values and replies don't.
   bool IsConfigChanged() const;
 
+  ConfigFactoryMoorlog factory;       // stands first, for serialnumber refers to it
   ConfigurableBool ack{"ack", true};  // hidden: written by DocMoorlog::Ack only
   ConfigurableString ver{"ver", ""};
   ConfigurableString name{"name", ""};
@@ -104,7 +105,6 @@ class ConfigMoorlog : public ConfigurableComposite {
   ConfigOutputMoorlog output;
   ConfigCfgMoorlog cfg;
   ConfigCmdMoorlog cmd;
-  ConfigFactoryMoorlog factory;
   ConfigurableString error{"error", ""};  // hidden: written by DocMoorlog::Error only
 };
 
