@@ -50,6 +50,14 @@ int Pty::Speed() const {
   return 0;
 }
 
+void Pty::SetSpeed(int rate) {
+  termios settings = {};
+  tcgetattr(_device, &settings);
+  for (const auto& speed : kSpeeds)
+    if (speed.rate == rate) cfsetspeed(&settings, speed.code);
+  tcsetattr(_device, TCSANOW, &settings);
+}
+
 std::string Pty::Read() {
   std::string bytes;
   char chunk[4096];

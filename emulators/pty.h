@@ -21,6 +21,8 @@ class Pty {
 
   // What our side has set, in bits per second; 0 for a speed that no instrument has.
   int Speed() const;
+  // As if somebody else on our side had set it. Only for speeds that Speed knows.
+  void SetSpeed(int rate);
 
   // All that has arrived from our side since the last call, maybe nothing.
   std::string Read();

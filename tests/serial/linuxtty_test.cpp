@@ -3,73 +3,22 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <linux/serial.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cerrno>
 #include <cstring>
 
 #include "emulators/pty.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/ioctl_hook.h"
+#include "tests/support/fake_port.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/virtual_time.h"
-
-extern "C" {
-int __real_tcgetattr(int fd, termios* settings);
-int __real_tcsetattr(int fd, int when, const termios* settings);
-int __real_cfsetospeed(termios* settings, speed_t speed);
-int __real_tcsendbreak(int fd, int duration);
-int __wrap_tcgetattr(int fd, termios* settings);
-int __wrap_tcsetattr(int fd, int when, const termios* settings);
-int __wrap_cfsetospeed(termios* settings, speed_t speed);
-int __wrap_tcsendbreak(int fd, int duration);
-}
 
 namespace {
 
 using testing::ElementsAre;
 
-// A port with what a pseudo-terminal lacks: parity, 7 bits, modem lines and counters. The call named in `failing` fails
-// with EIO; the settings stand still then.
-struct Port {
-  Port() { current = this; }
-  ~Port() { current = nullptr; }
-
-  static bool Fails(const std::string& call) {
-    if (current == nullptr || current->failing != call) return false;
-    errno = EIO;
-    return true;
-  }
-
-  std::optional<int> Ioctl(unsigned long request, void* argument) {
-    int& bits = *static_cast<int*>(argument);
-    switch (request) {
-      case TIOCMGET:
-        return Fails("TIOCMGET") ? -1 : (bits = lines, 0);
-      case TIOCMBIS:
-        return Fails("TIOCMBIS" + std::to_string(bits)) ? -1 : (lines |= bits, 0);
-      case TIOCMBIC:
-        return Fails("TIOCMBIC" + std::to_string(bits)) ? -1 : (lines &= ~bits, 0);
-      case TIOCGICOUNT:
-        if (Fails("TIOCGICOUNT")) return -1;
-        *static_cast<serial_icounter_struct*>(argument) = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, {}};
-        return 0;
-      default:
-        return std::nullopt;
-    }
-  }
-
-  static inline Port* current = nullptr;
-
-  std::string failing;
-  termios settings = {};
-  int lines = 0;
-  IoctlHook hook{[this](int, unsigned long request, void* argument) { return Ioctl(request, argument); }};
-};
-
-// The name of a modem line's call as Port::failing wants it.
+// The name of a modem line's call as FakePort::failing wants it.
 std::string Line(const char* call, int line) {
   return call + std::to_string(line);
 }
@@ -135,7 +84,7 @@ class LinuxTTYConfig : public testing::TestWithParam<ConfigRow> {};
 TEST_P(LinuxTTYConfig, SetsExactlyWhatIsAskedOrNothing) {
   const auto& row = GetParam();
   const Pty pty;
-  Port port;
+  FakePort port;
   LinuxTTYControl control(pty.Path());
   port.settings.c_cflag = CLOCAL | CREAD | CS6 | PARENB | PARODD;
   port.settings.c_iflag = IXOFF | INLCR;
@@ -181,7 +130,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(LinuxTTYControl, APortLeftOddlyIsStillRead) {
   const Pty pty;
-  Port port;
+  FakePort port;
   const LinuxTTYControl control(pty.Path());
   port.settings.c_cflag = CS5 | CSTOPB;
   cfsetspeed(&port.settings, B110);
@@ -201,7 +150,7 @@ class LinuxTTYFailure : public testing::TestWithParam<FailureRow> {};
 TEST_P(LinuxTTYFailure, HasItsText) {
   const auto& row = GetParam();
   const Pty pty;
-  Port port;
+  FakePort port;
   Control control(pty.Path());
   port.failing = row.failing;
   const CapturedOutput errors(STDERR_FILENO);
@@ -245,7 +194,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 TEST(LinuxTTYControl, ModemLinesAndCounters) {
   const Pty pty;
-  Port port;
+  FakePort port;
   Control control(pty.Path());
   port.lines = TIOCM_RTS | TIOCM_CTS | TIOCM_CAR;
   EXPECT_TRUE(Lines(control, false, true));
@@ -357,25 +306,3 @@ TEST(LinuxTTYDeathTest, ADescriptorIsNeverMissing) {
 }
 
 }  // namespace
-
-int __wrap_tcgetattr(int fd, termios* settings) {
-  if (Port::Fails("tcgetattr")) return -1;
-  if (Port::current == nullptr) return __real_tcgetattr(fd, settings);
-  *settings = Port::current->settings;
-  return 0;
-}
-
-int __wrap_tcsetattr(int fd, int when, const termios* settings) {
-  if (Port::Fails("tcsetattr")) return -1;
-  if (Port::current == nullptr) return __real_tcsetattr(fd, when, settings);
-  Port::current->settings = *settings;
-  return 0;
-}
-
-int __wrap_cfsetospeed(termios* settings, speed_t speed) {
-  return Port::Fails("cfsetospeed") ? -1 : __real_cfsetospeed(settings, speed);
-}
-
-int __wrap_tcsendbreak(int fd, int duration) {
-  return Port::Fails("tcsendbreak") ? -1 : __real_tcsendbreak(fd, duration);
-}

@@ -1,0 +1,128 @@
+#include "emulators/gps_receiver.h"
+
+#include <sys/time.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+
+namespace {
+
+constexpr int kTick = 100;  // milliseconds
+constexpr int kTicksPerSecond = 10;
+constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
+
+// The rates behind the codes of $PGRMC, in bits per second; 0 where there is no code.
+constexpr int kRateCodes[] = {0, 1200, 2400, 4800, 9600, 19200, 300, 600, 38400};
+
+std::vector<std::string> Split(const std::string& text) {
+  std::vector<std::string> words(1);
+  for (const char c : text.substr(0, text.find('*')))
+    if (c == ',')
+      words.emplace_back();
+    else
+      words.back() += c;
+  return words;
+}
+
+std::string Moment(const char* format, int64_t tenths) {
+  const auto seconds = static_cast<time_t>(tenths / kTicksPerSecond);
+  std::tm broken;
+  gmtime_r(&seconds, &broken);
+  char text[32];
+  return {text, std::strftime(text, sizeof text, format, &broken)};
+}
+
+std::string TimeOfDay(int64_t tenths) {
+  return Moment("%H%M%S", tenths) + '.' + std::to_string(tenths % kTicksPerSecond) + "00";
+}
+
+}  // namespace
+
+GPSReceiver::GPSReceiver(Make make, int rate)
+    : PollItem(POLLIN, true),
+      PollTimer(kTick, true),
+      _make(make),
+      _rate(rate),
+      _next_rate(rate),
+      _outputs{{"GPRMC", 1}, {"GPGGA", 1}, {"GPGSA", 1}, {"GPGSV", 1}, {"GPVTG", 1}} {}
+
+std::string GPSReceiver::Sentence(std::string_view body) {
+  unsigned char sum = 0;
+  for (const char c : body) sum ^= static_cast<unsigned char>(c);
+  char end[8];
+  std::snprintf(end, sizeof end, "*%02X\r\n", sum);
+  return '$' + std::string(body) + end;
+}
+
+std::string GPSReceiver::Compose(std::string_view name, int64_t tenths, bool fix) {
+  const std::string place = fix ? std::string(kLatitude) + ',' + kLongitude : ",,,";
+  if (name == "GPRMC")
+    return Sentence("GPRMC," + TimeOfDay(tenths) + (fix ? ",A," : ",V,") + place + (fix ? ",000.5,036.6," : ",,,") +
+                    Moment("%d%m%y", tenths) + ",012.0,W" + (fix ? ",A" : ",N"));
+  if (name == "GPGGA")
+    return Sentence("GPGGA," + TimeOfDay(tenths) + ',' + place + (fix ? ",1,06" : ",0,00") +
+                    ",1.5,100.3,M,-33.7,M,,0000");
+  if (name == "GPGSV")
+    return Sentence("GPGSV,2,1,06,16,74,173,27,23,42,310,21,31,40,066,23,32,39,218,22") +
+           Sentence("GPGSV,2,2,06,20,38,248,21,29,15,048,16");
+  if (name == "GPGSA") return Sentence("GPGSA,A,3,31,16,29,23,20,32,,,,,,,2.8,1.5,2.4");
+  return Sentence("GPVTG,036.6,T,048.6,M,000.5,N,000.9,K");
+}
+
+void GPSReceiver::HandleRead() {
+  _input += _pty.Read();
+  if (_pty.Speed() != _rate || _ticks < _silent_until) _input.clear();
+  for (size_t end; (end = _input.find('\n')) != std::string::npos; _input.erase(0, end + 1))
+    _Obey(_input.substr(0, _input.find_first_of("\r\n")));
+}
+
+void GPSReceiver::_Obey(const std::string& command) {
+  _commands.push_back(command);
+  if (_make == Garmin)
+    _ObeyGarmin(Split(command));
+  else
+    _ObeyHemisphere(Split(command));
+}
+
+void GPSReceiver::_ObeyGarmin(const std::vector<std::string>& words) {
+  if (words[0] == "$PGRMO" && words.size() > 2) {
+    _outputs[words[1]] = std::atoi(words[2].c_str());
+  } else if (words[0] == "$PGRMC" && words.size() > 10) {
+    const size_t code = std::strtoul(words[10].c_str(), nullptr, 10);
+    if (code < std::size(kRateCodes) && kRateCodes[code] != 0) _next_rate = kRateCodes[code];
+  } else if (words[0] == "$PGRMCE") {
+    _Send(Sentence("PGRMC,A,100.3,100,6378137.000,298.257223563,0.0,0.0,0.0,A,8,1,2,4,30"));
+  } else if (words[0] == "$PGRMI" && words.back() == "R") {
+    ++_restarts;
+    _rate = _next_rate;
+    _silent_until = _ticks + kSilence;
+  }
+}
+
+void GPSReceiver::_ObeyHemisphere(const std::vector<std::string>& words) {
+  if (words[0] == "$JASC" && words.size() == 3) _outputs[words[1]] = std::atoi(words[2].c_str());
+  _Send(words[0] == "$JSHOW" ? "$>JSHOW,BAUD," + std::to_string(_rate) + "\r\n" : "$>\r\n");
+}
+
+void GPSReceiver::HandleTimeout() {
+  AddTimeout(kTick);
+  ++_ticks;
+  if (_ticks < _silent_until) return;
+  timeval now;
+  gettimeofday(&now, nullptr);
+  const int64_t tenths = int64_t{now.tv_sec} * kTicksPerSecond + now.tv_usec / (1'000 * kTick);
+  for (const auto& [name, rate] : _outputs)
+    if (rate > 0 && _ticks * rate % kTicksPerSecond < rate && name.starts_with("GP"))
+      _Send(Compose(name, tenths, _fix));
+}
+
+void GPSReceiver::_Send(const std::string& bytes) {
+  std::string sent = bytes;
+  if (_pty.Speed() != _rate)
+    for (char& c : sent) {
+      _noise = _noise * 1'664'525 + 1'013'904'223;
+      c = static_cast<char>(_noise >> 24);
+    }
+  _pty.Write(sent);
+}

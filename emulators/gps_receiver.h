@@ -1,0 +1,73 @@
+// A GPS receiver on a pseudo-terminal: a Garmin or a Hemisphere unit, as far as the logger uses it.
+//
+// It sends its sentences on the poll loop's time, for the system's present moment, and obeys the set-up commands:
+//
+//   Garmin      $PGRMO,<sentence>,<0|1>  switches a sentence; one second apart each
+//               $PGRMC,,,,,,,,,,<code>   stores the rate for the next start; $PGRMCE answers with a $PGRMC sentence
+//               $PGRMI,,,,,,,R           restarts: silent for a second, then at the stored rate
+//   Hemisphere  $JASC,<sentence>,<Hz>    on this port; each $J command is answered by a line that starts "$>"
+//
+// At another rate than its own the other side sees noise, and is noise to it: a pseudo-terminal takes any bytes at any
+// speed, so the two numbers are compared.
+//
+// Thread: the poll loop's.
+
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "emulators/pty.h"
+#include "runtime/pollprocessor.h"
+
+class GPSReceiver : public PollItem, public PollTimer {
+ public:
+  enum Make { Hemisphere, Garmin };
+
+  // Where it stands, and keeps standing.
+  static constexpr const char* kLatitude = "1929.439,S";
+  static constexpr const char* kLongitude = "02410.387,E";
+  static constexpr int kSatellites = 6;
+
+  // `rate`: bits per second. All sentences are on at first, once a second.
+  GPSReceiver(Make make, int rate);
+
+  const std::string& Path() const { return _pty.Path(); }
+  int Rate() const { return _rate; }
+  int Restarts() const { return _restarts; }
+  // Each command that it has understood, without its line end.
+  const std::vector<std::string>& Commands() const { return _commands; }
+  void SetFix(bool fix) { _fix = fix; }
+
+  // "$", `body`, its checksum and a line end.
+  static std::string Sentence(std::string_view body);
+  // One of GPRMC, GPGGA, GPGSA, GPVTG, or the group of GPGSV, at this moment in tenths of a second since 1970.
+  static std::string Compose(std::string_view name, int64_t tenths, bool fix = true);
+
+  int Fileno() const override { return _pty.Fileno(); }
+  void HandleRead() override;
+  void HandleTimeout() override;
+  const char* Description() const override { return "GPSReceiver"; }
+
+ private:
+  void _Obey(const std::string& command);
+  void _ObeyGarmin(const std::vector<std::string>& words);
+  void _ObeyHemisphere(const std::vector<std::string>& words);
+  void _Send(const std::string& bytes);
+
+  const Make _make;
+  Pty _pty;
+  int _rate;
+  int _next_rate;
+  int _restarts = 0;
+  int64_t _ticks = 0;         // tenths of a second
+  int64_t _silent_until = 0;  // in ticks
+  bool _fix = true;
+  std::map<std::string, int> _outputs;  // sentence and how often a second
+  std::string _input;
+  std::vector<std::string> _commands;
+  uint32_t _noise = 1;
+};
