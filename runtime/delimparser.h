@@ -45,22 +45,22 @@ class DelimParser {
   bool GetNextStringOrBLOB(std::string& out, bool& isBLOB);
 
  private:
-  // A text to look for, and how far that was done: no occurrence starts in the untaken bytes before `searched`. When
-  // one was found it starts right there.
-  struct Mark {
+  // What to look for, and how far that was done: it starts nowhere in the untaken bytes before `searched`.
+  struct Delimiter {
     std::string text;
     size_t searched = 0;
   };
 
   void _Append(const char* data, size_t size);
-  size_t _Find(Mark& mark);
+  size_t _Find(Delimiter& delimiter);
   void _Take(std::string& out, size_t size);
 
-  std::vector<Mark> _delimiters;
+  std::vector<Delimiter> _delimiters;
   std::string _raw;
   bool _line = false;          // the only delimiter is one line feed
   unsigned int _expected = 0;  // size of the block, in bytes
 
-  size_t _taken = 0;      // bytes at the front of _raw that have been taken
-  Mark _end = {"\n", 0};  // of GetNextStringToEOL
+  size_t _taken = 0;        // bytes at the front of _raw that have been taken
+  char _end = '\n';         // the last one that GetNextStringToEOL did not find,
+  size_t _endSearched = 0;  // and how far it had looked
 };
