@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <utility>
+
 namespace {
 
 TEST(StrUtil, StripsCharacters) {
@@ -11,19 +13,17 @@ TEST(StrUtil, StripsCharacters) {
   EXPECT_EQ(" a b c ", StripNonSpaceWS(" a\t b\r\n c "));
   EXPECT_EQ(" a bc ", StripNonSpaceWSOne("  a \t b\nc  "));
   EXPECT_EQ("123000", StripCharacter(":12:30:00:", ':'));
-  const struct {
-    const char *text, *stripped;
-  } rows[] = {
+  const std::pair<const char*, const char*> rows[] = {
       {" \t\n hello \n\t again \t\n\n", "hello \n\t again"},
       {"\f\v\r x \r\v\f", "x"},
       {"\n\t  \n\t", ""},
       {"", ""},
       {"\xA0 no-break spaces are text \xA0", "\xA0 no-break spaces are text \xA0"},
   };
-  for (const auto& row : rows) {
-    std::string text = row.text;
+  for (const auto& [given, stripped] : rows) {
+    std::string text = given;
     StripEndWS(text);
-    EXPECT_EQ(row.stripped, text);
+    EXPECT_EQ(stripped, text);
   }
 }
 
@@ -68,10 +68,7 @@ TEST(StrUtil, FindsWithoutCase) {
 }
 
 TEST(StrUtil, SplitsACommandLine) {
-  const struct {
-    const char* command;
-    std::vector<std::string> words;
-  } rows[] = {
+  const std::pair<const char*, std::vector<std::string>> rows[] = {
       {"'START'  /usr/bin/bash  -c  'echo  BEGIN' ", {"START", "/usr/bin/bash", "-c", "echo  BEGIN"}},
       {"\"BEGIN of line END\"", {"BEGIN of line END"}},
       {"no 'blank'", {"no", "'blank'"}},
@@ -81,10 +78,10 @@ TEST(StrUtil, SplitsACommandLine) {
       {"   ", {}},
       {"", {}},
   };
-  for (const auto& row : rows) {
+  for (const auto& [command, expected] : rows) {
     std::vector<std::string> words;
-    SplitCmdLine(row.command, words);
-    EXPECT_EQ(row.words, words) << row.command;
+    SplitCmdLine(command, words);
+    EXPECT_EQ(expected, words) << command;
   }
 }
 
