@@ -132,8 +132,7 @@ int RunProgramCaptureStdout(const std::string& command, std::string& out) {
   std::array<char, 8192> chunk;
   for (;;) {
     const ssize_t count = ::read(pipe.reader.Fileno(), chunk.data(), chunk.size());
-    // A signal must not cut the output short: with nobody reading, the program could wait in its own full pipe for
-    // ever.
+    // A signal must not cut the output short: the program could wait for ever in a full pipe that it holds itself.
     if (count < 0 && errno == EINTR) continue;
     if (count <= 0) break;
     out.append(chunk.data(), count);

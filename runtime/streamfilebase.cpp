@@ -3,7 +3,9 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <climits>
 #include <exception>
 #include <istream>
 #include <ostream>
@@ -172,7 +174,7 @@ unsigned int StreamFileBase::Read(std::string& data) {
 }
 
 unsigned int StreamFileBase::Write(const std::string& data) {
-  return Write(data.data(), static_cast<unsigned int>(data.size()));
+  return Write(data.data(), static_cast<unsigned int>(std::min<size_t>(data.size(), UINT_MAX)));
 }
 
 std::ostream& StreamFileBase::OStream() {
