@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <sys/time.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cerrno>
 #include <csignal>
@@ -34,6 +35,9 @@ constexpr int64_t kStart = 1'000 * kNanosPerSecond;  // of the monotonic clock
 constexpr int kQuietSpins = 16;
 constexpr int kReadySpins = 1'000;
 constexpr int64_t kSpinStep = 50'000;
+
+// The longest stretch that the clock is moved by one grace.
+constexpr int64_t kGraceSlice = kNanosPerSecond;
 
 std::atomic<bool> on = false;
 std::atomic<int64_t> monotonic = 0;   // nanoseconds
@@ -73,12 +77,15 @@ int Sleep(pollfd* fds, nfds_t count, int timeout) {
     if (ready != 0) return Spin(ready);
     spins = 0;
     ++sleeps;
-    if (scheduled.empty() || scheduled.begin()->first > deadline) {
-      monotonic = deadline;
+    int64_t until = grace > 0 ? std::min(deadline, monotonic + kGraceSlice) : deadline;
+    const bool reached = !scheduled.empty() && scheduled.begin()->first <= until;
+    if (reached) until = std::max(scheduled.begin()->first, monotonic.load());
+    monotonic = until;
+    if (reached) {
+      if (const int woken = RunScheduled(fds, count); woken != 0) return woken;
+    } else if (until == deadline) {
       return 0;
     }
-    if (scheduled.begin()->first > monotonic) monotonic = scheduled.begin()->first;
-    if (const int woken = RunScheduled(fds, count); woken != 0) return woken;
   }
 }
 

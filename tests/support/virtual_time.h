@@ -35,11 +35,11 @@ class VirtualTime {
   // interrupts that poll. Actions may schedule more.
   void Schedule(int64_t milliseconds, std::function<void()> action);
 
-  // How long a poll that would sleep waits in real time first, for peers that need some: other processes, and the
-  // kernel's own worker behind a pty. In milliseconds; 0 at first.
+  // How long a poll that would sleep waits in real time for each second that it sleeps, and for what is left of one:
+  // for peers that need some, as other processes and the kernel's own worker behind a pty. In milliseconds; 0 at first.
   void SetGrace(int milliseconds);
 
-  // How often a poll has slept, which is how often the clock has been moved by one.
+  // How often a sleeping poll has moved the clock.
   int Sleeps() const;
 
   // Milliseconds since the VirtualTime was built.
