@@ -40,6 +40,7 @@ bool PollProcessor::Poll(int timeout) {
   // A signal that arrives from here on and before the kernel waits goes unnoticed until the next wake-up of any kind:
   // accepted, and why the plain poll is used, not one with a signal mask.
   const int ready = poll(_fds.data(), _fds.size(), _idle_done ? timeout : 0);
+  if (ready >= 0) _ready = ready;
   if (ready == 0)
     RunIdleHandlers();
   else if (ready > 0)
@@ -155,9 +156,12 @@ void PollProcessor::RunEvents() {
   // Handlers may change the items, and so ask for another array, but this one stays as it is. Records are therefore
   // matched to items by descriptor, at the moment of the call: a stale one finds nobody, or whoever has the
   // descriptor now.
-  for (size_t i = 0; i < _fds.size(); ++i) {
-    const short revents = std::exchange(_fds[i].revents, short{0});
+  for (size_t i = 0; _ready > 0 && i < _fds.size(); ++i) {
+    const short revents = _fds[i].revents;
     if (revents == 0) continue;
+    // Before the call, as the handler may run a pass of its own, which replaces both.
+    _fds[i].revents = 0;
+    --_ready;
     PollItem* item = FindItem(_fds[i].fd);
     if (item != nullptr && item->IsRegistered()) {
       item->HandleEvents(revents);

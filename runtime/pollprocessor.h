@@ -244,6 +244,9 @@ class PollProcessor {
   std::vector<PollIdleHandler*> _idle_work;
   std::vector<std::pair<PollSignalHandler*, int>> _signal_work;
 
+  // Never below the number of records in _fds with returned events: behind the last of them the walk ends.
+  int _ready = 0;
+
   bool _quit = false;  // never cleared
 
   // Last, as these unregister themselves from the lists above.
