@@ -1,8 +1,10 @@
 #include "config/configbuiltin.h"
 
 #include <algorithm>
+#include <cmath>
 #include <istream>
 #include <ostream>
+#include <stdexcept>
 #include <utility>
 
 #include "config/configvisitor.h"
@@ -72,6 +74,98 @@ std::ostream& ConfigurableInteger::write_doctype(std::ostream& out) const {
 
 void ConfigurableInteger::do_accept(ConfigurableVisitor& visitor) {
   visitor.VisitConfigurableInteger(*this);
+}
+
+namespace {
+
+template <class Number>
+constexpr const char* kTypeName = "float";
+template <>
+constexpr const char* kTypeName<double> = "double";
+
+template <class Number>
+constexpr const char* kRangeError = "ConfigurableFloat: range error";
+template <>
+constexpr const char* kRangeError<double> = "ConfigurableDouble: range error";
+
+}  // namespace
+
+template <class Number>
+ConfigurableReal<Number>::ConfigurableReal(std::string name, Number value)
+    : Configurable(std::move(name)),
+      _value(value),
+      _min(std::numeric_limits<Number>::lowest()),
+      _max(std::numeric_limits<Number>::max()),
+      _default(value),
+      _range(Range::kNone) {}
+
+template <class Number>
+ConfigurableReal<Number>::ConfigurableReal(std::string name, Number value, Number min, Number max, bool refuse_nan)
+    : Configurable(std::move(name)),
+      _value(value),
+      _min(min),
+      _max(max),
+      _default(value),
+      _range(refuse_nan ? Range::kClampAndRefuseNaN : Range::kClamp) {}
+
+template <class Number>
+void ConfigurableReal<Number>::set(Number value) {
+  // True of NaN alone where min is below max: what compares with nothing.
+  if (_range == Range::kClampAndRefuseNaN && !(value > _min) && !(value < _max))
+    throw std::range_error(kRangeError<Number>);
+  if (_range != Range::kNone && value < _min) value = _min;
+  if (_range != Range::kNone && value > _max) value = _max;
+  if (value == _value) return;
+  _value = value;
+  _set_changed(true);
+}
+
+template <class Number>
+std::istream& ConfigurableReal<Number>::read(std::istream& in, std::ostream& errors) {
+  if (in.fail()) return in;
+  if (Number value{}; in >> value) {
+    set(value);
+    return in;
+  }
+  in.clear();
+  in.seekg(0);
+  std::string word;
+  in >> word;
+  using Limits = std::numeric_limits<Number>;
+  if (word == "inf") {
+    set(Limits::infinity());
+  } else if (word == "-inf") {
+    set(-Limits::infinity());
+  } else if (word == "nan") {
+    set(Limits::quiet_NaN());
+  } else {
+    errors << "unable to read " << kTypeName<Number>;
+    in.setstate(std::ios_base::failbit);
+  }
+  return in;
+}
+
+// A computed NaN has its sign bit set on some boards and not on others; a document has one word for it.
+template <class Number>
+std::ostream& ConfigurableReal<Number>::write(std::ostream& out) const {
+  return out << (std::isnan(_value) ? std::numeric_limits<Number>::quiet_NaN() : _value);
+}
+
+template <class Number>
+std::ostream& ConfigurableReal<Number>::write_doctype(std::ostream& out) const {
+  out << kTypeName<Number> << ':' << _default;
+  if (_range != Range::kNone) out << ';' << _min << "..." << _max;
+  return out;
+}
+
+template class ConfigurableReal<float>;
+template class ConfigurableReal<double>;
+
+void ConfigurableFloat::do_accept(ConfigurableVisitor& visitor) {
+  visitor.VisitConfigurableFloat(*this);
+}
+void ConfigurableDouble::do_accept(ConfigurableVisitor& visitor) {
+  visitor.VisitConfigurableDouble(*this);
 }
 
 ConfigurableString::ConfigurableString(std::string name, std::string value)

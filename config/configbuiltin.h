@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <limits>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "config/configurable.h"
@@ -54,6 +55,54 @@ class ConfigurableInteger : public Configurable {
   const std::int32_t _min;
   const std::int32_t _max;
   const std::int32_t _default;
+};
+
+// A floating point number, in six significant digits whatever its width, or "inf", "-inf", "nan".
+//
+// A range clamps, infinities included, and never refuses a number; the default itself isn't clamped until
+// set_to_default takes it. NaN has no place in a range: it is taken as it stands, or refused. Setting NaN always marks
+// a change, for it equals nothing.
+template <class Number>
+class ConfigurableReal : public Configurable {
+ public:
+  Number get() const { return _value; }
+  // Throws std::range_error for a NaN that the range refuses; so do set_to_default and read, and through them
+  // configure, whatever is set about throwing errors.
+  void set(Number value);
+
+  void set_to_default() override { set(_default); }
+  std::istream& read(std::istream& in, std::ostream& errors) override;
+  std::ostream& write(std::ostream& out) const override;
+  std::ostream& write_doctype(std::ostream& out) const override;
+
+ protected:
+  ConfigurableReal(std::string name, Number value);  // without a range
+  ConfigurableReal(std::string name, Number value, Number min, Number max, bool refuse_nan);
+
+ private:
+  enum class Range : std::uint8_t { kNone, kClamp, kClampAndRefuseNaN };
+
+  Number _value;
+  const Number _min;
+  const Number _max;
+  const Number _default;
+  const Range _range;
+};
+
+class ConfigurableFloat : public ConfigurableReal<float> {
+ public:
+  ConfigurableFloat(std::string name, float value) : ConfigurableReal(std::move(name), value) {}
+  ConfigurableFloat(std::string name, float value, float min, float max, bool refuse_nan)
+      : ConfigurableReal(std::move(name), value, min, max, refuse_nan) {}
+  void do_accept(ConfigurableVisitor& visitor) override;
+};
+
+class ConfigurableDouble : public ConfigurableReal<double> {
+ public:
+  ConfigurableDouble(std::string name, double value) : ConfigurableReal(std::move(name), value) {}
+  ConfigurableDouble(std::string name, double value, double min, double max, bool refuse_nan)
+      : ConfigurableReal(std::move(name), value, min, max, refuse_nan) {}
+  void do_accept(ConfigurableVisitor& visitor) override;
 };
 
 // Any text without a NUL byte.

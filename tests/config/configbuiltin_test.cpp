@@ -1,0 +1,85 @@
+#include "config/configbuiltin.h"
+
+#include <gtest/gtest.h>
+
+#include <cmath>
+#include <stdexcept>
+
+#include "tests/config/sample_tree.h"
+
+namespace {
+
+struct TestDoc : ConfigurableComposite {
+  TestDoc() : ConfigurableComposite("TestDoc") {
+    for (Configurable* child : {static_cast<Configurable*>(&plain), static_cast<Configurable*>(&real),
+                                static_cast<Configurable*>(&clamped), static_cast<Configurable*>(&clamped_real),
+                                static_cast<Configurable*>(&strict), static_cast<Configurable*>(&strict_real)})
+      add(*child);
+    _set_changed(false);
+  }
+  ConfigurableFloat plain{"Float", 0};
+  ConfigurableDouble real{"Double", 0};
+  ConfigurableFloat clamped{"CF", 1, -5.5, 5.5, false};
+  ConfigurableDouble clamped_real{"CD", 1, -5.5, 5.5, false};
+  ConfigurableFloat strict{"SF", 9, -5.5, 5.5, true};
+  ConfigurableDouble strict_real{"SD", 9, -5.5, 5.5, true};
+};
+
+TEST(ConfigurableReal, ReadsNumbersAndTheirThreeWords) {
+  const Exchange rows[] = {
+      {"<Float>1.2</Float><Double>3.4</Double>", "<Float>1.2</Float><Double>3.4</Double>"},
+      {"<Float>-inf</Float><Double>inf</Double>", "<Float>-inf</Float><Double>inf</Double>"},
+      {"<Float> nan </Float><Double>nan</Double>", "<Float>nan</Float><Double>nan</Double>"},
+      {"<Float>7 apples</Float><Double>7e2x</Double>", "<Float>7</Float><Double>700</Double>"},
+      {"<Double>1234567.8</Double><Float>1e-7</Float>", "<Float>1e-07</Float><Double>1.23457e+06</Double>"},
+      {"<Float>junk</Float><Double>4.5</Double>",
+       "<Error Param=\"Float\">unable to read float</Error><Double>4.5</Double>"},
+      {"<Double>1e999</Double><Float>1e39</Float>",
+       "<Error Param=\"Double\">unable to read double</Error><Error Param=\"Float\">unable to read float</Error>"},
+      {"<Float>infinity</Float><Double>+inf</Double>",
+       "<Error Param=\"Float\">unable to read float</Error><Error Param=\"Double\">unable to read double</Error>"},
+      // What fails ends its element: the 8 behind it isn't read.
+      {"<Float>junk&query_item;8</Float>", "<Error Param=\"Float\">unable to read float</Error>"},
+      {"<Float>0</Float>", ""},
+      {"<CF>inf</CF><CD>-inf</CD>", "<CF>5.5</CF><CD>-5.5</CD>"},
+      {"<CF>-7</CF><CD>7</CD>", "<CF>-5.5</CF><CD>5.5</CD>"},
+      {"<CF>nan</CF><CD>nan</CD>", "<CF>nan</CF><CD>nan</CD>"},
+      {"<SF>-inf</SF><SD>inf</SD>", "<SF>-5.5</SF><SD>5.5</SD>"},
+      {"&query_doctype_item;",
+       "<Float>{float:0}</Float><Double>{double:0}</Double><CF>{float:1;-5.5...5.5}</CF>"
+       "<CD>{double:1;-5.5...5.5}</CD><SF>{float:9;-5.5...5.5}</SF><SD>{double:9;-5.5...5.5}</SD>"},
+  };
+  for (const auto& row : rows) {
+    TestDoc doc;
+    EXPECT_EQ(row.answer, Answer(doc, std::string("<TestDoc>") + row.document + "&query_changes_item;</TestDoc>"));
+  }
+}
+
+TEST(ConfigurableReal, NaNMarksAChangeOrIsRefused) {
+  TestDoc doc;
+  const float nan = std::nanf("");
+  for (int changes = 1; changes < 3; ++changes) {
+    doc.clamped.set(-nan);
+    EXPECT_EQ(changes, doc.clamped.get_change_count());
+  }
+  EXPECT_EQ("nan", Answer(doc, "<TestDoc><CF>&query_item;</CF></TestDoc>"));
+  for (const char* item : {"F", "D"}) try {
+      Answer(doc, std::string("<TestDoc><S") + item + ">nan</S" + item + "></TestDoc>");
+      ADD_FAILURE() << item;
+    } catch (const std::range_error& error) {
+      EXPECT_EQ(*item == 'F' ? "ConfigurableFloat: range error" : std::string("ConfigurableDouble: range error"),
+                error.what());
+    }
+  EXPECT_EQ(9, doc.strict.get());  // the default as it was given
+  doc.strict.set_to_default();
+  EXPECT_EQ(5.5, doc.strict.get());
+
+  std::istringstream failed("5");
+  failed.setstate(std::ios_base::failbit);
+  std::ostringstream errors;
+  doc.real.read(failed, errors);
+  EXPECT_EQ("", errors.str());
+  EXPECT_EQ(0, doc.real.get());
+}
+
+}  // namespace
