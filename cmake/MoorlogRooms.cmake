@@ -32,6 +32,7 @@ add_link_options(-Wl,--as-needed)
 
 # moorlog_room(NAME [NOT_INSTALLED] [LINKS target...]): the folder's sources as the static library moorlog::NAME.
 #
+# A target is another room or the plain name of a system library, which users of the installed rooms link as well.
 # NOT_INSTALLED is for what only tests and examples use. A file in a room belongs to it, so the sources are found, not listed.
 function(moorlog_room name)
   cmake_parse_arguments(arg "NOT_INSTALLED" "" "LINKS" ${ARGN})
@@ -48,5 +49,7 @@ function(moorlog_room name)
   target_link_libraries(moorlog_${name} PUBLIC ${arg_LINKS} PRIVATE $<BUILD_INTERFACE:moorlog_own>)
   if(NOT arg_NOT_INSTALLED)
     set_property(GLOBAL APPEND PROPERTY MOORLOG_BUILT_ROOMS ${name})
+    list(FILTER arg_LINKS EXCLUDE REGEX "::")
+    set_property(GLOBAL APPEND PROPERTY MOORLOG_SYSTEM_LIBS ${arg_LINKS})
   endif()
 endfunction()
