@@ -33,8 +33,8 @@ void MountOver(const std::string& source, const std::string& target) {
   if (mount(source.c_str(), target.c_str(), nullptr, MS_BIND | MS_REC, nullptr) != 0) throw ErrnoError(target);
 }
 
-void MountEmpty(const std::string& target) {
-  if (mount("tmpfs", target.c_str(), "tmpfs", 0, nullptr) != 0) throw ErrnoError(target);
+void MountEmpty(const std::string& target, const std::string& options) {
+  if (mount("tmpfs", target.c_str(), "tmpfs", 0, options.c_str()) != 0) throw ErrnoError(target);
 }
 
 // The copy is made aside and then put in place: the original never stands where a TempDirectory would remove it.

@@ -26,3 +26,9 @@ std::string TempDirectory::Read(const std::string& name) const {
   std::ifstream file(_path / name, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
 }
+
+std::set<std::string> TempDirectory::Names() const {
+  std::set<std::string> names;
+  for (const auto& entry : std::filesystem::directory_iterator(_path)) names.insert(entry.path().filename());
+  return names;
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <filesystem>
+#include <set>
 #include <string>
 
 class TempDirectory {
@@ -20,6 +21,8 @@ class TempDirectory {
   void Write(const std::string& name, const std::string& content) const;
   // Empty when there is no such file.
   std::string Read(const std::string& name) const;
+  // Of all entries, bare.
+  std::set<std::string> Names() const;
 
  private:
   std::filesystem::path _path;
