@@ -111,7 +111,7 @@ void GPSReceiver::HandleTimeout() {
   if (_ticks < _silent_until) return;
   timeval now;
   gettimeofday(&now, nullptr);
-  const int64_t tenths = int64_t{now.tv_sec} * kTicksPerSecond + now.tv_usec / (1'000 * kTick);
+  const int64_t tenths = int64_t{now.tv_sec} * kTicksPerSecond + now.tv_usec / 100'000;
   for (const auto& [name, rate] : _outputs)
     if (rate > 0 && _ticks * rate % kTicksPerSecond < rate && name.starts_with("GP"))
       _Send(Compose(name, tenths, _fix));

@@ -4,6 +4,7 @@
 #include <termios.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <cstdlib>
 
 #include "runtime/errnoexcept.h"
@@ -26,9 +27,9 @@ Pty::Pty() {
       ptsname_r(_instrument, path, sizeof path) == 0)
     _device = open(_path.assign(path).c_str(), O_RDWR | O_NOCTTY);
   if (_device < 0) {
-    const ErrnoError error("pseudo-terminal");
+    const int error = errno;
     if (_instrument >= 0) close(_instrument);
-    throw error;
+    throw ErrnoError("Unable to make a pseudo-terminal", error);
   }
   termios raw;
   tcgetattr(_device, &raw);

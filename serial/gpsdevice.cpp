@@ -76,7 +76,8 @@ int Truncate(double value) {
 // From degrees and minutes, packed as decimal digits.
 double Degrees(double packed, char hemisphere) {
   const int whole = Truncate(packed);
-  const double degrees = whole / 100 + ((packed - whole) + (whole % 100)) / 60;
+  const int whole_degrees = whole / 100;
+  const double degrees = whole_degrees + ((packed - whole) + (whole % 100)) / 60;
   return hemisphere == 'S' || hemisphere == 'W' ? -degrees : degrees;
 }
 

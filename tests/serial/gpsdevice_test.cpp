@@ -51,8 +51,10 @@ struct Log : GPSDevice::Listener {
   }
   void GotGPSNoFix() override { lines.push_back("no fix"); }
   void GotGPSSatellites(const std::vector<GPSDevice::SatStatus>& satellites) override {
-    std::vector<std::vector<int>> list;
-    for (const auto& s : satellites) list.push_back({s.prn, s.elevation, s.azimuth, s.snr});
+    std::vector<std::vector<int>> list(satellites.size());
+    std::transform(satellites.begin(), satellites.end(), list.begin(), [](const auto& s) {
+      return std::vector{s.prn, s.elevation, s.azimuth, s.snr};
+    });
     lines.push_back(Satellites(list));
   }
   int Count(const std::string& kind) const {
@@ -342,7 +344,7 @@ INSTANTIATE_TEST_SUITE_P(
         SentenceRow{"WrongSum", "$GPRMC,1,V*2D\r$GPRMC,1,V*3C\r$GPRMC,1,V*2\r$GPRMC,1,V*\r", {}},
         SentenceRow{"OtherTalkers", Sum("GNRMC,1,V") + Sum("PGRMC,1,V") + Sum("GPGSA,1,V"), {}},
         SentenceRow{"HalfAndNoise",
-                    "$GPRMC,1\n,V*2C\r\n$GPRMC,1,V*\r" + std::string(70'000, '\xff') + "\r*****\0\r",
+                    "$GPRMC,1\n,V*2C\r\n$GPRMC,1,V*\r" + std::string(70'000, '\xff') + "\r*****\r",
                     {"no fix"}}),
     [](const auto& row) { return row.param.name; });
 
@@ -448,7 +450,7 @@ struct Reading {
   std::vector<std::vector<int>> satellites;
 
   int64_t Seconds(const std::string& packed) const {
-    const auto part = [&](int at) { return std::stoi(packed.substr(at, 2)); };
+    const auto part = [&](int at) { return std::stoll(packed.substr(at, 2)); };
     return Cut(day.time_since_epoch().count() * int64_t{86'400} + part(0) * 3'600 + part(2) * 60 + part(4));
   }
 

@@ -6,7 +6,8 @@
 #include <sys/ioctl.h>
 #include <unistd.h>
 
-#include <cstring>
+#include <functional>
+#include <tuple>
 
 #include "emulators/pty.h"
 #include "tests/support/captured_output.h"
@@ -21,6 +22,11 @@ using testing::ElementsAre;
 // The name of a modem line's call as FakePort::failing wants it.
 std::string Line(const char* call, int line) {
   return call + std::to_string(line);
+}
+
+auto Content(const termios& t) {
+  return std::tuple(t.c_iflag, t.c_oflag, t.c_cflag, t.c_lflag, std::string(std::begin(t.c_cc), std::end(t.c_cc)),
+                    cfgetispeed(&t), cfgetospeed(&t));
 }
 
 template <typename Function>
@@ -68,7 +74,7 @@ TEST(LinuxTTY, OpeningIsRawAndClosingRestores) {
   EXPECT_EQ(raw.c_lflag, tcflag_t{ECHOE});
   EXPECT_THAT((std::vector{raw.c_cc[VMIN], raw.c_cc[VTIME]}), ElementsAre(0, 0));
   EXPECT_EQ(cfgetospeed(&raw), speed_t{B2400});
-  EXPECT_EQ(memcmp(&restored, &found, sizeof found), 0);
+  EXPECT_EQ(Content(restored), Content(found));
 }
 
 struct ConfigRow {
@@ -94,7 +100,7 @@ TEST_P(LinuxTTYConfig, SetsExactlyWhatIsAskedOrNothing) {
   EXPECT_EQ(errors.Text(), row.complaint);
   EXPECT_EQ(applied, *row.complaint == '\0');
   if (!applied) {
-    EXPECT_EQ(memcmp(&port.settings, &before, sizeof before), 0);
+    EXPECT_EQ(Content(port.settings), Content(before));
     return;
   }
   EXPECT_EQ(port.settings.c_cflag & ~tcflag_t{CBAUD}, CREAD | row.flags);
