@@ -4,10 +4,10 @@
 // calendar runs in cycles of four years from the epoch, without a century rule, which is right for 1989 to 2099.
 // Fields outside that range make 0, the epoch; nothing here throws for a value.
 //
-// Text forms go through streams. Each stream carries its own form in a word of its word array (xalloc(3) of
-// ios_base): bits 0 to 7 the time separator, 8 to 15 the date separator, 16 to 23 the date-time separator, bit 24
-// says that these three are in force, bit 25 that the text stands in double quotes. Without bit 24 the form is
-// "YYYY-MM-DD HH:MM:SS". A separator of zero leaves its field out: "YYYYMMDDTHHMMSS".
+// Text forms go through streams. Each stream carries its own form in one of its words (std::ios_base::xalloc): bits 0
+// to 7 the time separator, 8 to 15 the date separator, 16 to 23 the date-time separator, bit 24 says that these three
+// are in force, bit 25 that the text stands in double quotes. Without bit 24 the form is "YYYY-MM-DD HH:MM:SS". A
+// separator of zero leaves its field out: "YYYYMMDDTHHMMSS".
 //
 // Thread: the values are plain data. The stream word's slot and the zone are found on first use without a lock, on
 // the poll thread.

@@ -11,10 +11,7 @@ namespace {
 
 struct TestDoc : ConfigurableComposite {
   TestDoc() : ConfigurableComposite("TestDoc") {
-    for (Configurable* child : {static_cast<Configurable*>(&plain), static_cast<Configurable*>(&real),
-                                static_cast<Configurable*>(&clamped), static_cast<Configurable*>(&clamped_real),
-                                static_cast<Configurable*>(&strict), static_cast<Configurable*>(&strict_real)})
-      add(*child);
+    add(plain), add(real), add(clamped), add(clamped_real), add(strict), add(strict_real);
     _set_changed(false);
   }
   ConfigurableFloat plain{"Float", 0};
@@ -28,8 +25,7 @@ struct TestDoc : ConfigurableComposite {
 TEST(ConfigurableReal, ReadsNumbersAndTheirThreeWords) {
   const Exchange rows[] = {
       {"<Float>1.2</Float><Double>3.4</Double>", "<Float>1.2</Float><Double>3.4</Double>"},
-      {"<Float>-inf</Float><Double>inf</Double>", "<Float>-inf</Float><Double>inf</Double>"},
-      {"<Float> nan </Float><Double>nan</Double>", "<Float>nan</Float><Double>nan</Double>"},
+      {"<Float>-inf</Float><Double> nan </Double>", "<Float>-inf</Float><Double>nan</Double>"},
       {"<Float>7 apples</Float><Double>7e2x</Double>", "<Float>7</Float><Double>700</Double>"},
       {"<Double>1234567.8</Double><Float>1e-7</Float>", "<Float>1e-07</Float><Double>1.23457e+06</Double>"},
       {"<Float>junk</Float><Double>4.5</Double>",
@@ -42,13 +38,11 @@ TEST(ConfigurableReal, ReadsNumbersAndTheirThreeWords) {
       {"<Float>junk&query_item;8</Float>", "<Error Param=\"Float\">unable to read float</Error>"},
       {"<Float>0</Float>", ""},
       {"<CF>inf</CF><CD>-inf</CD>", "<CF>5.5</CF><CD>-5.5</CD>"},
-      {"<CF>-7</CF><CD>7</CD>", "<CF>-5.5</CF><CD>5.5</CD>"},
       {"<CF>nan</CF><CD>nan</CD>", "<CF>nan</CF><CD>nan</CD>"},
       {"<SF>-inf</SF><SD>inf</SD>", "<SF>-5.5</SF><SD>5.5</SD>"},
       {"&query_doctype_item;",
        "<Float>{float:0}</Float><Double>{double:0}</Double><CF>{float:1;-5.5...5.5}</CF>"
-       "<CD>{double:1;-5.5...5.5}</CD><SF>{float:9;-5.5...5.5}</SF><SD>{double:9;-5.5...5.5}</SD>"},
-  };
+       "<CD>{double:1;-5.5...5.5}</CD><SF>{float:9;-5.5...5.5}</SF><SD>{double:9;-5.5...5.5}</SD>"}};
   for (const auto& row : rows) {
     TestDoc doc;
     EXPECT_EQ(row.answer, Answer(doc, std::string("<TestDoc>") + row.document + "&query_changes_item;</TestDoc>"));

@@ -14,10 +14,7 @@ constexpr double kDay = 86400;
 
 struct TimesDoc : ConfigurableComposite {
   TimesDoc() : ConfigurableComposite("T") {
-    for (ConfigurableTimestamp* child :
-         {&stamp, static_cast<ConfigurableTimestamp*>(&time), static_cast<ConfigurableTimestamp*>(&minutes),
-          static_cast<ConfigurableTimestamp*>(&date), static_cast<ConfigurableTimestamp*>(&month)})
-      add(*child);
+    add(stamp), add(time), add(minutes), add(date), add(month);
     _set_changed(false);
   }
   ConfigurableTimestamp stamp{"S", 31 * kDay};
@@ -27,9 +24,16 @@ struct TimesDoc : ConfigurableComposite {
   ConfigurableDate_YearMonth month{"YM", 31 * kDay};
 };
 
+constexpr char kUnread[] =
+    "<Error Param=\"S\">unable to read Timestamp\n</Error>"
+    "<Error Param=\"HMS\">unable to read time (should be HH:MM:SS)\n</Error>"
+    "<Error Param=\"HM\">unable to read time (should be HH:MM)\n</Error>"
+    "<Error Param=\"YMD\">unable to read date (should be YYYY-MM-DD)\n</Error>"
+    "<Error Param=\"YM\">unable to read date (should be YYYY-MM)\n</Error>"
+    "<S>1989-02-01 00:00:00</S><HMS>01:01:01</HMS><HM>01:01</HM><YMD>1989-02-01</YMD><YM>1989-02</YM>";
+
 TEST(ConfigurableTimestamp, ReadsAndWritesTheFormOfEachKind) {
   const Exchange rows[] = {
-      {"", "<S>1989-02-01 00:00:00</S><HMS>01:01:01</HMS><HM>01:01</HM><YMD>1989-02-01</YMD><YM>1989-02</YM>"},
       {"&query_doctype_item;",
        "<S>{YYYY-MM-DD HH:MM:SS.SS}</S><HMS>{HH:MM:SS}</HMS><HM>{HH:MM}</HM><YMD>{YYYY-MM-DD}</YMD><YM>{YYYY-MM}</YM>"
        "<S>1989-02-01 00:00:00</S><HMS>01:01:01</HMS><HM>01:01</HM><YMD>1989-02-01</YMD><YM>1989-02</YM>"},
@@ -39,21 +43,8 @@ TEST(ConfigurableTimestamp, ReadsAndWritesTheFormOfEachKind) {
        "<S>2024-03-01 00:00:00</S><HMS>01:02:03</HMS><HM>01:02</HM><YMD>2024-02-01</YMD><YM>2023-12</YM>"},
       {"<HMS>25:00:00</HMS><HM>0:-1</HM><YMD>2100-01-01</YMD><YM>1989-13</YM>",
        "<S>1989-02-01 00:00:00</S><HMS>01:00:00</HMS><HM>06:27</HM><YMD>1989-01-01</YMD><YM>1989-12</YM>"},
-      {"<S>2024-03</S><HMS>1:2</HMS><HM>1</HM><YMD>2024-03</YMD><YM>2024</YM>",
-       "<Error Param=\"S\">unable to read Timestamp\n</Error>"
-       "<Error Param=\"HMS\">unable to read time (should be HH:MM:SS)\n</Error>"
-       "<Error Param=\"HM\">unable to read time (should be HH:MM)\n</Error>"
-       "<Error Param=\"YMD\">unable to read date (should be YYYY-MM-DD)\n</Error>"
-       "<Error Param=\"YM\">unable to read date (should be YYYY-MM)\n</Error>"
-       "<S>1989-02-01 00:00:00</S><HMS>01:01:01</HMS><HM>01:01</HM><YMD>1989-02-01</YMD><YM>1989-02</YM>"},
-      {"<S>x</S><HMS>1:2.3</HMS><HM>1-2</HM><YMD>2024-03/01</YMD><YM>2024-99999999999</YM>",
-       "<Error Param=\"S\">unable to read Timestamp\n</Error>"
-       "<Error Param=\"HMS\">unable to read time (should be HH:MM:SS)\n</Error>"
-       "<Error Param=\"HM\">unable to read time (should be HH:MM)\n</Error>"
-       "<Error Param=\"YMD\">unable to read date (should be YYYY-MM-DD)\n</Error>"
-       "<Error Param=\"YM\">unable to read date (should be YYYY-MM)\n</Error>"
-       "<S>1989-02-01 00:00:00</S><HMS>01:01:01</HMS><HM>01:01</HM><YMD>1989-02-01</YMD><YM>1989-02</YM>"},
-  };
+      {"<S>2024-03</S><HMS>1:2</HMS><HM>1</HM><YMD>2024-03</YMD><YM>2024</YM>", kUnread},
+      {"<S>x</S><HMS>1:2.3</HMS><HM>1-2</HM><YMD>2024-03/01</YMD><YM>2024-99999999999</YM>", kUnread}};
   for (const auto& row : rows) {
     TimesDoc doc;
     EXPECT_EQ(row.answer, Answer(doc, std::string("<T>") + row.document + "&query_item;</T>"));
