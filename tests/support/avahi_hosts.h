@@ -1,0 +1,83 @@
+// Two hosts joined by a network cable, each with a system bus and a real Avahi daemon of its own, in namespaces out of
+// which nothing gets. Time is real here.
+//
+// The test itself is on whichever host Use() has named last, as far as the bus goes: a BonjourClient belongs to that
+// host for its whole life. Sockets belong to the host in whose network they were made, see InNetwork().
+//
+//   if (const std::string why = AvahiHosts::Missing(); !why.empty()) GTEST_SKIP() << why;
+//
+// All daemons die with the test. Errors throw std::runtime_error with what the program in question has printed.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "tests/support/temp_directory.h"
+
+class AvahiHosts {
+ public:
+  // What this machine lacks for it; empty when nothing.
+  static std::string Missing();
+
+  // From now on clients find no bus at all. Needs no rights.
+  static void UseNone();
+
+  AvahiHosts();
+  AvahiHosts(const AvahiHosts&) = delete;
+  AvahiHosts& operator=(const AvahiHosts&) = delete;
+  ~AvahiHosts();
+
+  // Hosts are 0 and 1. Host 0 is the one in use at first.
+  void Use(int host) const;
+
+  // Calls `body` in the network of that host.
+  void InNetwork(int host, const std::function<void()>& body) const;
+  // The index of the end of the cable.
+  unsigned int Interface(int host) const { return _hosts[host].interface; }
+  // Its addresses as text, and the host's name.
+  static std::string IPv4(int host) { return "10.77.0." + std::to_string(host + 1); }
+  static std::string LinkLocal(int host) { return "fe80::77:" + std::to_string(host + 1); }
+  static std::string Name(int host) { return "moorlog-" + std::to_string(host); }
+
+  // Puts a service that no program registers into the daemon's folder, or takes it out again. TXT strings as they are,
+  // in which all behind a "=" is given in hexadecimal digits: "key=414243". `at`: the host the service is on, the
+  // publishing one if empty.
+  void Publish(int host, const std::string& name, const std::string& type, int port,
+               const std::vector<std::string>& txt, const std::string& at = {}) const;
+  void Withdraw(int host, const std::string& name) const;
+
+  // The daemon says goodbye; the bus just goes away. Both run at first, and each can be started again.
+  void StopDaemon(int host);
+  void StartDaemon(int host);
+  void StopBus(int host);
+  void StartBus(int host);
+
+ private:
+  struct Program {
+    pid_t pid = -1;
+    int output = -1;
+  };
+
+  struct Host {
+    int network = -1;  // its namespace
+    unsigned int interface = 0;
+    std::string folder;
+    Program bus;
+    Program daemon;
+  };
+
+  void _MakeNetworks();
+  void _Command(const Host& host, const std::string& line) const;
+  Program _Start(const Host& host, const std::vector<std::string>& command) const;
+  void _Await(const Program& program, const std::string& ready) const;
+  static void _Stop(Program& program, int signal);
+  void _Close();
+
+  TempDirectory _folder;
+  int _own_network = -1;
+  std::vector<Host> _hosts;
+};
