@@ -152,6 +152,7 @@ struct DirectoryIterator::State {
   }
   const std::string path;
   _DirList entries;
+  std::string name;
   std::string current;  // full path
 };
 
@@ -180,9 +181,9 @@ const std::string& DirectoryIterator::operator*() const {
 
 DirectoryIterator& DirectoryIterator::operator++() {
   if (!_state) return *this;
-  std::string name;
-  if (_state->entries.GetNextEntry(name, nullptr))
-    _state->current = _state->path + "/" + name;
+  // The two texts keep their memory from entry to entry: a walk over 100,000 files allocates nothing for them.
+  if (_state->entries.GetNextEntry(_state->name, nullptr))
+    _state->current.assign(_state->path).append("/").append(_state->name);
   else if (errno != 0)
     ThrowErrno("Unable to read directory: \"", _state->path, "\"");
   else
