@@ -1,0 +1,61 @@
+// Data lines into a file: Logger beside a bare std::ofstream, and beside fwrite(3).
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <fstream>
+#include <iostream>
+#include <memory>
+
+#include "bench/memory_directory.h"
+#include "bench/turns.h"
+#include "logging/logger.h"
+
+namespace {
+
+constexpr int kLines = 20'000;  // of each job in a round
+
+// The logger tells of each file on standard output, in the middle of the results.
+class Silence {
+ public:
+  Silence() : _saved(std::cout.rdbuf(nullptr)) {}
+  Silence(const Silence&) = delete;
+  Silence& operator=(const Silence&) = delete;
+  ~Silence() {
+    std::cout.rdbuf(_saved);
+    std::cout.clear();
+  }
+
+ private:
+  std::streambuf* _saved;
+};
+
+void WriteLines(benchmark::State& state) {
+  const MemoryDirectory directory;
+  const std::string line = "DATA\t" + std::string(static_cast<size_t>(state.range(0)) - 6, '1') + "\n";
+  const std::string stream_path = directory.Path() + "/stream", file_path = directory.Path() + "/file";
+
+  const auto own = [&] {
+    const Silence silence;
+    Logger logger("", "UTC", false);
+    logger.SetMountPath(directory.Path());
+    logger.SetHostname("head");
+    logger.SetDateTime("2024-05-01", "12:30:00");
+    for (int i = 0; i < kLines; ++i) logger.WriteDATA(line, 0);
+  };
+  const auto stream = [&] {
+    std::ofstream out(stream_path);
+    for (int i = 0; i < kLines; ++i) out << line;
+  };
+  const auto file = [&] {
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(file_path.c_str(), "w"), std::fclose);
+    for (int i = 0; i < kLines; ++i) std::fwrite(line.data(), 1, line.size(), out.get());
+  };
+  Turns({{"", own}, {"ofstream", stream}, {"fwrite", file}}).Measure(state);
+  state.SetItemsProcessed(state.iterations() * kLines);
+}
+BENCHMARK(WriteLines)->Arg(200)->Arg(1500)->UseManualTime()->Unit(benchmark::kMillisecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();
