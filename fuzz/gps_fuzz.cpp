@@ -1,5 +1,6 @@
 // Bytes from a GPS receiver's line, for either make, in chunks of any size: however they are cut, the listener is told
-// the same, and a good sentence behind them is taken.
+// the same, and a good sentence behind them is taken. The bytes are also read as fields, beside the standard library's
+// formatted input, which the field readers promise to equal.
 //
 // Input: a byte for the make, a byte for the size of a chunk, and what comes on the line. With the high bit of the
 // first byte, each line of it is the body of a sentence that gets its "$" and its sum here.
@@ -7,6 +8,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <locale>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -59,12 +61,49 @@ std::string Sentences(const std::string& bodies) {
   return sentences;
 }
 
+template <class Value>
+Value Formatted(std::istream& in, Value value) {
+  if (in.fail()) return value;
+  const int next = in.peek();
+  if (next == ',') {
+    in.get();
+  } else if (next != '*') {
+    in >> value;
+    in.get();
+  }
+  return value;
+}
+
+void CompareFields(const std::string& text, unsigned int kinds) {
+  std::istringstream in(text);
+  in.imbue(std::locale::classic());
+  FieldStream fields(text);
+  for (int field = 0; field < 12; ++field, kinds = kinds * 5 + 1) {
+    bool same = false;
+    switch (kinds / 2 % 4) {
+      case 0:
+        same = GPSReadDouble(fields) == Formatted(in, 0.0);
+        break;
+      case 1:
+        same = GPSReadChar(fields) == Formatted(in, ' ');
+        break;
+      case 2:
+        same = GPSReadUnsigned(fields) == Formatted(in, 0U);
+        break;
+      default:
+        same = GPSReadInteger(fields) == Formatted(in, 0);
+    }
+    if (!same || fields.fail() != in.fail()) abort();
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   static const Pty pty;
   std::string bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
+  CompareFields(bytes, data[1]);
   if ((data[0] & 0x80) != 0) bytes = Sentences(bytes);
   const int type = data[0] % 3;
   const Log whole = Listen(pty, type, bytes, bytes.size() + 1);
