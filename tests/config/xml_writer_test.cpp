@@ -44,10 +44,9 @@ TEST(XMLWriter, WritesPrettyAndCompact) {
       "</tag2>\n"
       "<tag4/>\n",
       pretty.str());
-  EXPECT_EQ(
-      "<?xml version=\"1.0\"?><greeting>Hello, world!</greeting><tag1 tag1_attr=\"tag1_val\" tag1_attr2/>"
-      "<tag2><tag3 attr>Howdy from tag3<TARNO::tag31>this is tag31</TARNO::tag31></tag3></tag2><tag4/>\n",
-      compact.str());
+  std::string one_line = pretty.str();
+  std::erase_if(one_line, [](char c) { return c == '\n' || c == '\t'; });
+  EXPECT_EQ(one_line + "\n", compact.str());
 }
 
 TEST(XMLWriter, TextsThatFollowEachOtherAreSeparatedAndEmptyPiecesWriteNothing) {
