@@ -86,37 +86,45 @@ bool ConfigurableAttributes::_read_doctype(const std::string& text, XMLWriter& w
   return attribute == nullptr || attribute->_read_doctype(text, writer);
 }
 
+// Inside the start tag only the attribute that is being handled answers.
 void ConfigurableAttributes::_write(XMLWriter& writer) const {
-  if (_pair_mode) return _write_pair(writer);
-  for (const Configurable* attribute : _attributes_in_order) {
-    if (!attribute->is_enabled()) continue;
-    const auto text = attribute->_text_of(&Configurable::write);
-    if (!text) continue;
-    if (text->empty())
-      writer.WriteAttribute(attribute->get_name());
-    else
-      writer.WriteAttributeValuePair(attribute->get_name(), *text);
-  }
-}
-
-void ConfigurableAttributes::_write_pair(XMLWriter& writer) const {
+  if (!_pair_mode) return _write_present(writer);
   const Configurable* const attribute = _find(_pair_name);
   if (attribute == nullptr) return;
-  if (!attribute->is_enabled()) return writer.write_string("&disabled;", true);
-  const auto text = attribute->_text_of(&Configurable::write);
-  writer.write_string(text.value_or("").empty() ? "&enabled;" : *text, true);
+  std::string text;
+  attribute->_text_of(&Configurable::write, text);
+  if (!attribute->is_enabled()) text = "&disabled;";
+  writer.write_string(text.empty() ? "&enabled;" : text, true);
 }
 
 void ConfigurableAttributes::_write_doctype(XMLWriter& writer) const {
+  if (!_pair_mode) return _write_descriptions(writer);
+  const Configurable* const attribute = _find(_pair_name);
+  if (attribute == nullptr) return;
+  std::string text;
+  attribute->_text_of(&Configurable::write_doctype, text);
+  writer.write_string("{" + text + "}", true);
+}
+
+void ConfigurableAttributes::_write_present(XMLWriter& writer) const {
+  std::string text;
   for (const Configurable* attribute : _attributes_in_order) {
-    if (_pair_mode && attribute->get_name() != _pair_name) continue;
-    const auto text = attribute->_text_of(&Configurable::write_doctype);
-    if (!text) continue;
-    if (_pair_mode) return writer.write_string("{" + *text + "}", true);
-    if (text->empty())
+    if (!attribute->is_enabled() || !attribute->_text_of(&Configurable::write, text)) continue;
+    if (text.empty())
       writer.WriteAttribute(attribute->get_name());
     else
-      writer.WriteAttributeValuePair(attribute->get_name(), "{" + *text + "}");
+      writer.WriteAttributeValuePair(attribute->get_name(), text);
+  }
+}
+
+void ConfigurableAttributes::_write_descriptions(XMLWriter& writer) const {
+  std::string text;
+  for (const Configurable* attribute : _attributes_in_order) {
+    if (!attribute->_text_of(&Configurable::write_doctype, text)) continue;
+    if (text.empty())
+      writer.WriteAttribute(attribute->get_name());
+    else
+      writer.WriteAttributeValuePair(attribute->get_name(), "{" + text + "}");
   }
 }
 

@@ -21,6 +21,11 @@ class ConfigurableAttributes : public Configurable {
   void add(Configurable& attribute);
   Configurable* _find(const std::string& name) const;  // null when there is none of that name
 
+  // The attributes as they stand in a start tag: those that are present with their values, or all with their
+  // descriptions.
+  void _write_present(XMLWriter& writer) const;
+  void _write_descriptions(XMLWriter& writer) const;
+
   // Walks the attributes only if the visitor's begin operation asks for it.
   void accept(ConfigurableVisitor& visitor);
 
@@ -43,7 +48,6 @@ class ConfigurableAttributes : public Configurable {
 
  private:
   Configurable& _owner() const { return *get_parent(); }
-  void _write_pair(XMLWriter& writer) const;
 
   std::list<Configurable*> _attributes_in_order;
 

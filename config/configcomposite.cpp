@@ -86,10 +86,13 @@ void ConfigurableComposite::_write_changes(XMLWriter& writer) const {
 
 void ConfigurableComposite::_delete_back() {
   if (_children.empty()) return;
-  delete _children.back();
+  const Configurable* const last = _children.back();
   _children.pop_back();
+  delete last;
 }
 
 void ConfigurableComposite::_delete_all() {
+  if (_children.empty()) return;
   while (!_children.empty()) _delete_back();
+  _set_changed(true);
 }

@@ -1,9 +1,10 @@
 #include "config/configdynamic.h"
 
 #include <algorithm>
+#include <memory>
 
 ConfigurableCompositeDynamicBase::~ConfigurableCompositeDynamicBase() {
-  _delete_all();
+  while (!_children.empty()) _delete_back();
 }
 
 ConfigurableCompositeDynamicBase& ConfigurableCompositeDynamicBase::operator=(
@@ -11,12 +12,12 @@ ConfigurableCompositeDynamicBase& ConfigurableCompositeDynamicBase::operator=(
   if (this == &other) return *this;
   _flags = other._flags;
   if (_is_composite_same(other)) return *this;
-  _delete_all();
+  while (!_children.empty()) _delete_back();
   _set_changed(true);
   for (const Configurable* from : other._children) {
-    Configurable* const item = new_item(from->get_name());
+    std::unique_ptr<Configurable> item(new_item(from->get_name()));
     copy_item(*item, *from);
-    add(*item);
+    add(*item.release());
   }
   return *this;
 }
@@ -45,9 +46,7 @@ void ConfigurableCompositeDynamicBase::remove(const Configurable& like) {
 }
 
 void ConfigurableCompositeDynamicBase::clear() {
-  if (_children.empty()) return;
   _delete_all();
-  _set_changed(true);
 }
 
 bool ConfigurableCompositeDynamicBase::_is_composite_same(const ConfigurableCompositeDynamicBase& other) const {
@@ -63,18 +62,28 @@ bool ConfigurableCompositeDynamicBase::_do_configure(XMLParser& parser, XMLWrite
 bool ConfigurableCompositeDynamicBase::_do_configure_start(const std::string& name, XMLParser& parser,
                                                            XMLWriter& writer) {
   if (_reset_on_first) {
-    _delete_all();
+    while (!_children.empty()) _delete_back();
     _reset_on_first = false;
   }
   Configurable* const item = new_item(name);
-  add(*item);
+  // A listener that hears of the new item may have cleared the list, or added another one.
+  const auto is_held = [this, item] {
+    return !_children.empty() &&
+           (_children.back() == item || std::find(_children.begin(), _children.end(), item) != _children.end());
+  };
+  const auto drop = [&] {
+    if (!is_held()) return;
+    _children.remove(item);
+    delete item;
+  };
   try {
-    if (item->_do_configure(parser, writer)) return true;
+    add(*item);
+    if (is_held() && item->_do_configure(parser, writer)) return true;
   } catch (...) {
-    _delete_back();
+    drop();
     throw;
   }
-  _delete_back();
+  drop();
   parser.RecoverFromError();
   return true;
 }

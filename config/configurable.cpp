@@ -295,7 +295,7 @@ std::ostream& Configurable::configuration_noparent(std::ostream& out) const {
 }
 
 std::ostream& Configurable::changed(std::ostream& out) const {
-  return _answer(out, &Configurable::_write_changes_context);
+  return has_changed() ? _answer(out, &Configurable::_write_changes_context) : out;
 }
 
 std::ostream& Configurable::doctype(std::ostream& out) const {
@@ -318,20 +318,24 @@ void Configurable::_write_query(XMLWriter& writer) const {
   _write_footer(writer);
 }
 
-std::optional<std::string> Configurable::_text_of(ValueWriter value) const {
+bool Configurable::_text_of(ValueWriter value, std::string& text) const {
   std::ostringstream out;
   out.imbue(std::locale::classic());
   (this->*value)(out);
-  if (out.fail()) return std::nullopt;
-  return std::move(out).str();
+  text = std::move(out).str();
+  return !out.fail();
 }
 
 void Configurable::_write(XMLWriter& writer) const {
-  writer.write_string(_text_of(&Configurable::write).value_or(""), !_has(raw_flag));
+  std::string text;
+  _text_of(&Configurable::write, text);
+  writer.write_string(text, !_has(raw_flag));
 }
 
 void Configurable::_write_doctype(XMLWriter& writer) const {
-  writer.write_string("{" + _text_of(&Configurable::write_doctype).value_or("") + "}", !_has(raw_flag));
+  std::string text;
+  _text_of(&Configurable::write_doctype, text);
+  writer.write_string("{" + text + "}", !_has(raw_flag));
 }
 
 void Configurable::_write_changes(XMLWriter& writer) const {
@@ -401,9 +405,9 @@ void Configurable::_write_end_element(XMLWriter& writer) const {
 }
 
 void Configurable::_write_attr(XMLWriter& writer) const {
-  if (_attributes) _attributes->_write(writer);
+  if (_attributes) _attributes->_write_present(writer);
 }
 
 void Configurable::_write_attr_doctype(XMLWriter& writer) const {
-  if (_attributes) _attributes->_write_doctype(writer);
+  if (_attributes) _attributes->_write_descriptions(writer);
 }

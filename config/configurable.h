@@ -12,7 +12,6 @@
 #include <iosfwd>
 #include <list>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -33,7 +32,7 @@ class ConfigurableEvent {
 };
 
 // Hears of one or more items. Not owned by them; it has to outlive them or be replaced. It may read and set items from
-// within its callbacks, and may not destroy the one that calls.
+// within its callbacks; it may not destroy the item that calls, nor take an item out of a list that is being read.
 class ConfigurableListener {
  public:
   virtual ~ConfigurableListener() = default;
@@ -137,7 +136,7 @@ class Configurable {
 
   const std::string& get_name() const { return _name; }
   Configurable* get_parent() const { return _parent; }
-  int get_change_count() const { return _change_count; }
+  int get_change_count() const { return static_cast<int>(_change_count); }
   ConfigurableAttributes* get_attributes() const { return _attributes.get(); }
 
   // The attribute is not owned: it is usually a member beside the item, and has to live as long.
@@ -188,8 +187,8 @@ class Configurable {
   bool _may_set(XMLWriter& writer) const;
   bool _read_with(std::istream& (Configurable::*reader)(std::istream&, std::ostream&), const std::string& text,
                   XMLWriter& writer);
-  // What write or write_doctype puts on a fresh stream in its default form; nothing when it left the stream failed.
-  std::optional<std::string> _text_of(ValueWriter value) const;
+  // What write or write_doctype puts on a fresh stream in its default form; false when it left that stream failed.
+  bool _text_of(ValueWriter value, std::string& text) const;
   std::ostream& _answer(std::ostream& out, Writer answer) const;
   void _write_query(XMLWriter& writer) const;
   void _write_element(XMLWriter& writer, Writer attributes, Writer body) const;
@@ -204,7 +203,7 @@ class Configurable {
   const std::string _name;
   Configurable* _parent = nullptr;
   std::uint8_t _flags = changed_flag | enabled_flag;
-  int _change_count = 0;  // one more at every _set_changed(true), never reset
+  std::uint32_t _change_count = 0;  // one more at every _set_changed(true), never reset
   std::unique_ptr<ConfigurableAttributes> _attributes;
   ConfigurableListener* _listener = nullptr;
 };
@@ -238,8 +237,8 @@ class ConfigurableComposite : public Configurable {
   void _write_doctype(XMLWriter& writer) const override;
   void _write_changes(XMLWriter& writer) const override;
 
-  // For lists that own their children, never for sections with members: takes out and deletes the last one, or all of
-  // them. Marks no change.
+  // For lists that own their children, never for sections with members: take out and delete the last one, which marks
+  // no change, or all of them, which marks one if there were any.
   void _delete_back();
   void _delete_all();
 

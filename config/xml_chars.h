@@ -45,7 +45,8 @@ inline bool Is(int c, int classes) {
 }
 
 // Reads straight from a stream's buffer: no sentry and, while the buffer holds characters, no virtual call.
-// A character is looked at before it is taken, so nothing is ever put back.
+// A character is looked at before it is taken, so nothing is ever put back. A stream that has reported its end is not
+// asked again: a terminal would wait for more. What the buffer throws goes through.
 class CharReader {
  public:
   static constexpr int kEnd = -1;
@@ -54,7 +55,7 @@ class CharReader {
 
   // The next character as 0 to 255, left in place; at the end kEnd, and the eofbit is set.
   int Peek() {
-    const int c = _buffer->sgetc();
+    const int c = _in.eof() ? kEnd : _buffer->sgetc();
     if (c == kEnd) _in.setstate(std::ios_base::eofbit);
     return c;
   }
@@ -70,7 +71,7 @@ class CharReader {
 
   // Takes the next character; at the end kEnd, and both eofbit and failbit are set, as get() does.
   int Get() {
-    const int c = _buffer->sbumpc();
+    const int c = _in.eof() ? kEnd : _buffer->sbumpc();
     if (c == kEnd) _in.setstate(std::ios_base::eofbit | std::ios_base::failbit);
     return c;
   }

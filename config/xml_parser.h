@@ -73,8 +73,8 @@ class XMLParser {
   void SetPosition(Position position) { _current = position; }
 
   // Skips to the end of the element that the current token stands in: to its END_ELEMENT, or to END_DOC. Passes over
-  // errors on the way, and clears the stream's state bits. The character that caused an error is gone; the text behind
-  // it is seen as ordinary tokens.
+  // errors on the way, and clears the stream's state bits; on a broken stream it returns at once. The character that
+  // caused an error is gone; the text behind it is seen as ordinary tokens.
   void RecoverFromError();
 
  private:

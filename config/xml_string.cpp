@@ -120,7 +120,8 @@ void XMLName::_read(std::istream& in) {
   }
   CharReader reader(in);
   const int first = reader.Peek();
-  if (first == CharReader::kEnd || !xml::Is(first, xml::kNameStart)) return;
+  if (first == CharReader::kEnd) return in.setstate(std::ios_base::failbit);
+  if (!xml::Is(first, xml::kNameStart)) return;
   reader.Skip();
   _text.push_back(static_cast<char>(first));
   if (reader.TakeWhile(_text, [](int c) { return xml::Is(c, xml::kName); }) == ';') {

@@ -31,7 +31,8 @@ class XMLString {
   void set(std::string text) { _text = std::move(text); }
 
   // Replaces the text. The eofbit is set when the text ran to the end of input, the failbit only when there was
-  // nothing but white space before it or the stream was not good at entry.
+  // nothing but white space before it or the stream was not good at entry. What the stream's buffer throws goes
+  // through.
   virtual void _read(std::istream& in);
   virtual void _write(std::ostream& out) const;
 

@@ -4,18 +4,25 @@
 //
 // One document follows the other; between them white space is skipped. --compact answers without line breaks and tabs.
 
+#include <exception>
 #include <iostream>
+#include <limits>
 #include <string_view>
 
 #include "config/docmoorlog.h"
+#include "config/xml_string.h"
 
 int main(int argc, char** argv) {
   Configurable::set_compact(std::cout, argc > 1 && std::string_view(argv[1]) == "--compact");
   DocMoorlog document;
   bool failed = false;
   for (eatwhite(std::cin); std::cin.good(); eatwhite(std::cin)) {
-    document.configure_and_send_events(std::cin, std::cout);
-    std::cout << std::endl;
+    try {
+      document.configure_and_send_events(std::cin, std::cout);
+      std::cout << std::endl;
+    } catch (const std::exception& error) {  // a bad address, for one
+      std::cout << "ERROR: " << error.what() << std::endl;
+    }
     // What is left of a document that failed is no document: the rest of its line goes.
     if (!std::cin.fail()) continue;
     failed = true;

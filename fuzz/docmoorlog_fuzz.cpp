@@ -9,6 +9,7 @@
 #include <string>
 
 #include "config/docmoorlog.h"
+#include "net/socketaddress.h"
 
 namespace {
 
@@ -22,14 +23,25 @@ std::string Configuration(const DocMoorlog& document) {
   return out.str();
 }
 
+// A bad address leaves by an exception.
+void Configure(DocMoorlog& document, const std::string& text) {
+  std::istringstream in(text);
+  std::ostringstream answers;
+  try {
+    document.configure_and_send_events(in, answers);
+  } catch (const SocketError&) {
+    Require(in.fail());
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   DocMoorlog document;
-  std::istringstream in(text);
-  std::ostringstream answers;
-  document.configure_and_send_events(in, answers);
+  // The list of zones is that of the process: each input starts with the same one.
+  Configure(document, "<tarno><moorlog><cfg><clock><zone>{UTC}</zone></clock></cfg></moorlog></tarno>");
+  Configure(document, text);
 
   const ConfigMoorlog& moorlog = document.moorlog;
   Require(moorlog.cfg.sonicbaud.get() >= 0 && moorlog.cfg.sonicbaud.get() <= 115200);

@@ -41,6 +41,7 @@ TEST(ConfigurableAttributes, ComeAndGoWithTheDocuments) {
       {"<L><dog bark=\"14\" pitch=\"&query_item;\"/></L>", "1"},
       {"<L><dog pitch=\"&query_doctype_item;\"/></L>", "{float}"},
       {"&query_doctype;", "<L><dog pitch=\"{float}\" sticky>{float}</dog></L>"},
+      {"<L><dog pitch=\"&query;\"/></L>", "<L><dog pitch=\"1\">2</dog></L>"},
       {"<L><dog pitch=\"x\">7</dog><dog>&query_item;</dog></L>",
        "<Error Param=\"pitch\">unable to read float</Error>2"},
   };
@@ -59,42 +60,6 @@ TEST(ConfigurableAttributes, MarksAndFlagsPassThrough) {
   EXPECT_TRUE(tree.sticky.is_locked());
   tree._set_throw_on_error(true);
   EXPECT_THROW(Answer(tree, "<L><dog pitch=\"1\"/></L>"), Configurable::Error);
-}
-
-TEST(ConfigurableCompositeDynamic, IsReplacedByTheFirstChildOfAPass) {
-  SampleTree tree;
-  const Exchange exchanges[] = {
-      {"<L><dyn><val1>1</val1><val2>2</val2><val3>3</val3></dyn></L>", ""},
-      {"<L><dyn>&query_item;</dyn></L>", "<val1>1</val1><val2>2</val2><val3>3</val3>"},
-      {"<L><dyn><val>1</val><val>2</val><val>error</val><val>4</val><val>another error</val></dyn></L>",
-       "<Error Param=\"val\">unable to read float</Error><Error Param=\"val\">unable to read float</Error>"},
-      {"<L><dyn>&query_changes_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"},
-  };
-  for (const auto& row : exchanges) EXPECT_EQ(row.answer, Answer(tree, row.document)) << row.document;
-  tree._set_throw_on_error(true);
-  EXPECT_THROW(Answer(tree, "<L><dyn><v>1</v><v>x</v></dyn></L>"), Configurable::Error);
-  EXPECT_EQ(1u, tree.dyn.children().size()) << "the item that failed is left out";
-}
-
-TEST(ConfigurableCompositeDynamic, OwnsComparesAndCopiesItsItems) {
-  ConfigurableCompositeDynamic<Number> list("list"), copy("copy");
-  for (const double value : {1.0, 2.0, 1.0}) list.add(*new Number("v", value));
-  copy = list;
-  EXPECT_TRUE(copy._is_composite_same(list));
-  list._set_changed(false);
-  copy = list;
-  EXPECT_FALSE(copy.has_changed()) << "the same items: no change";
-  list.set_unique(true);
-  list.add(*new Number("w", 1.0));
-  EXPECT_EQ(2u, list.children().size());
-  EXPECT_TRUE(list.has_changed());
-  list._set_changed(false);
-  list.remove(*list.children().front());
-  EXPECT_EQ("w", list.find(Number("", 1.0))->get_name());
-  EXPECT_EQ(nullptr, list.find(Number("", 2.0)));
-  EXPECT_FALSE(list.has_changed());
-  list.set_to_default();
-  EXPECT_TRUE(list.has_changed() && list.children().empty());
 }
 
 TEST(ConfigurableVisitor, SeesEveryItemInOrderAndAttributesWhenItAsks) {

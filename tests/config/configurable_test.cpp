@@ -208,7 +208,8 @@ TEST(ConfigurableListener, HearsOfEachStepInOrder) {
             recorder.log);
   recorder.log.clear();
   std::ostringstream out;
-  tree.a._write_doctype_noparent(*std::make_unique<XMLWriter>(out, false));
+  XMLWriter writer(out, false);
+  tree.a._write_doctype_noparent(writer);
   EXPECT_EQ("", recorder.log);
 }
 
