@@ -37,6 +37,8 @@ class LoggerTest : public testing::Test {
     SetName();
   }
 
+  ~LoggerTest() noexcept override { prctl(PR_SET_CHILD_SUBREAPER, 0); }
+
   void SetName() {
     logger.SetMountPath(disk.Path());
     logger.SetHostname("head");
