@@ -4,8 +4,6 @@
 
 #include <limits>
 
-#include "config/configbuiltin.h"
-#include "config/configvisitor.h"
 #include "tests/config/sample_tree.h"
 
 namespace {
@@ -63,29 +61,6 @@ TEST(ConfigurableTimestamp, MarksDifferencesAndHoldsAnyValue) {
   }
   doc.set_to_default();
   EXPECT_EQ(Timestamp(3661.5), doc.time.get());
-}
-
-struct Kinds : ConfigurableVisitor {
-  std::string seen;
-  void VisitConfigurable(Configurable&) override { seen += "? "; }
-  void VisitConfigurableFloat(ConfigurableFloat&) override { seen += "Float "; }
-  void VisitConfigurableDouble(ConfigurableDouble&) override { seen += "Double "; }
-  void VisitConfigurableTimestamp(ConfigurableTimestamp&) override { seen += "Timestamp "; }
-  void VisitConfigurableTime(ConfigurableTime&) override { seen += "Time "; }
-  void VisitConfigurableTime_HourMinutes(ConfigurableTime_HourMinutes&) override { seen += "HourMinutes "; }
-  void VisitConfigurableDate(ConfigurableDate&) override { seen += "Date "; }
-  void VisitConfigurableDate_YearMonth(ConfigurableDate_YearMonth&) override { seen += "YearMonth "; }
-};
-
-TEST(ConfigurableTimestamp, TellsAVisitorItsKind) {
-  TimesDoc doc;
-  ConfigurableFloat real("f", 0);
-  ConfigurableDouble wide("d", 0);
-  doc.add(real);
-  doc.add(wide);
-  Kinds kinds;
-  doc.do_accept(kinds);
-  EXPECT_EQ("Timestamp Time HourMinutes Date YearMonth Float Double ", kinds.seen);
 }
 
 }  // namespace

@@ -7,10 +7,13 @@
 namespace {
 
 void WriteGreeting(XMLWriter& writer) {
+  const auto leaf = [&writer](const char* name, const char* text) {
+    writer.WriteStartElement(name);
+    writer.write_string(text, true);
+    writer.WriteEndElement(name);
+  };
   writer.WriteStartDoc();
-  writer.WriteStartElement("greeting");
-  writer.write_string("Hello, world!", true);
-  writer.WriteEndElement("greeting");
+  leaf("greeting", "Hello, world!");
   writer.WriteStartElement("tag1");
   writer.WriteAttributeValuePair("tag1_attr", "tag1_val");
   writer.WriteAttribute("tag1_attr2");
@@ -19,9 +22,7 @@ void WriteGreeting(XMLWriter& writer) {
   writer.WriteStartElement("tag3");
   writer.WriteAttribute("attr");
   writer.write_string("Howdy from tag3", true);
-  writer.WriteStartElement("TARNO::tag31");
-  writer.write_string("this is tag31", true);
-  writer.WriteEndElement("TARNO::tag31");
+  leaf("TARNO::tag31", "this is tag31");
   writer.WriteEndElement("tag3");
   writer.WriteEndElement("tag2");
   writer.WriteStartElement("tag4");
