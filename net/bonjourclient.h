@@ -28,7 +28,7 @@ class BonjourClientImpl;
 // called from: Poll, or the operation.
 class BonjourClientListener {
  public:
-  virtual ~BonjourClientListener() = default;
+  virtual ~BonjourClientListener() noexcept(false) = default;
 
   // Once for each address that was resolved, so a service with an IPv4 and an IPv6 address comes twice, and again on
   // every interface. `interface` is the index of the one it was found on. `address` has the service's port, and that

@@ -1,0 +1,121 @@
+// Lists the services of a type on the local network, with addresses and TXT strings, until interrupted.
+//
+//   browse                        analyser heads
+//   browse _http._tcp             another type
+//   browse --offer NAME ...       offers such a service itself, at port 5500, so that there is one to find
+//   browse --seconds N ...        ends by itself
+//
+// Needs an Avahi daemon on this host (apt-get install avahi-daemon). While there is none it says so and goes on trying.
+// A daemon that ends later isn't noticed: restart this program after the daemon.
+
+#include <csignal>
+#include <cstdlib>
+#include <functional>
+#include <iostream>
+#include <string>
+#include <utility>
+
+#include "net/bonjourclient.h"
+#include "runtime/pollprocessor.h"
+
+namespace {
+
+struct Options {
+  std::string type = "_tarno-tn5500._tcp";
+  std::string offer;
+  int seconds = 0;  // 0: no end
+};
+
+Options Read(char** arguments) {
+  Options options;
+  for (; *arguments != nullptr; ++arguments) {
+    const std::string argument = *arguments;
+    if (argument == "--offer" && arguments[1] != nullptr)
+      options.offer = *++arguments;
+    else if (argument == "--seconds" && arguments[1] != nullptr)
+      options.seconds = std::atoi(*++arguments);
+    else
+      options.type = argument;
+  }
+  return options;
+}
+
+// TXT strings may be any bytes, the terminal shouldn't get them.
+std::string Printable(const std::string& bytes) {
+  static constexpr char kDigits[] = "0123456789abcdef";
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= ' ' && byte < 0x7F)
+      text += c;
+    else
+      text.append("\\x") += {kDigits[byte >> 4], kDigits[byte & 15]};
+  }
+  return text;
+}
+
+class Timer : public PollTimer {
+ public:
+  // `timeout` in milliseconds, negative for none yet.
+  Timer(int timeout, std::function<void()> action) : PollTimer(timeout, true), _action(std::move(action)) {}
+  void HandleTimeout() override { _action(); }
+
+ private:
+  const std::function<void()> _action;
+};
+
+class Browser : public BonjourClientListener {
+ public:
+  explicit Browser(const Options& options) : _options(options), _retry(-1, [this] { _Retry(); }), _client(this) {
+    _Start();
+  }
+
+  void AddService(std::string name, std::string, std::string, unsigned int interface, std::string host,
+                  const SocketAddress& address, const std::map<std::string, std::string>& txt) override {
+    std::cout << "found " << Printable(name) << ": " << address.Presentation() << " port " << address.Port() << ", "
+              << Printable(host) << ", interface " << interface << '\n';
+    for (const auto& [key, value] : txt) std::cout << "      " << Printable(key) << '=' << Printable(value) << '\n';
+    std::cout.flush();
+  }
+
+  void RemoveService(std::string name, std::string, std::string) override {
+    std::cout << "gone  " << Printable(name) << std::endl;
+  }
+
+  void ServiceError(std::string message) override {
+    std::cout << Printable(message.substr(0, message.find('\n'))) << std::endl;
+    if (message != "Unable to create Avahi client\n") return;
+    std::cout << "No Avahi daemon answers; the next try is in 5 seconds" << std::endl;
+    _retry.SetTimeout(5000);
+  }
+
+ private:
+  void _Start() {
+    _client.Browse(_options.type);
+    if (!_options.offer.empty())
+      _client.Register(_options.offer, _options.type, "", 5500, {{"program", "browse"}}, true);
+  }
+
+  void _Retry() {
+    _client.Clear();
+    _Start();
+  }
+
+  const Options _options;
+  Timer _retry;  // before the client, which may need it at once
+  BonjourClient _client;
+};
+
+}  // namespace
+
+int main(int, char** argv) {
+  auto& loop = PollProcessor::Instance();
+  loop.QuitOnSignal(SIGINT);
+  loop.QuitOnSignal(SIGTERM);
+  const Options options = Read(argv + 1);
+  const Timer end(options.seconds > 0 ? options.seconds * 1000 : -1, [] { raise(SIGTERM); });
+  std::cout << "browsing for " << options.type << std::endl;
+  const Browser browser(options);
+  while (loop.Poll(-1)) {
+  }
+}
