@@ -61,9 +61,11 @@ std::map<std::string, std::string> TxtPairs(AvahiStringList* list) {
 
 }  // namespace
 
+// NOLINTBEGIN(performance-unnecessary-value-param): those who override them may keep the strings
 void BonjourClientListener::ServiceRegistered(std::string, std::string, std::string) {}
 
 void BonjourClientListener::ServiceError(std::string) {}
+// NOLINTEND(performance-unnecessary-value-param)
 
 void _AvahiStringList::AddString(const std::string& text) {
   if (text.empty()) return;
@@ -106,7 +108,7 @@ void BonjourClientImpl::Register(const std::string& name, const std::string& typ
   if (_group == nullptr) _group = avahi_entry_group_new(_client, _GroupChanged, this);
   if (_group == nullptr) return;
   _AvahiStringList strings;
-  for (const auto& [key, value] : txt) strings.AddString(key + "=" + value);
+  for (const auto& [key, value] : txt) strings.AddString(std::string(key).append("=").append(value));
   if (!IsBusText(name) || !IsBusText(type) || port < 0 || port > std::numeric_limits<uint16_t>::max() ||
       avahi_entry_group_add_service_strlst(_group, AVAHI_IF_UNSPEC, AVAHI_PROTO_UNSPEC, AvahiPublishFlags{},
                                            name.c_str(), type.c_str(), kDomain, nullptr, static_cast<uint16_t>(port),
@@ -172,11 +174,11 @@ BonjourClient::~BonjourClient() {
   BonjourClientImpl::Retire(std::move(_impl));
 }
 
-void BonjourClient::Browse(std::string type) {
+void BonjourClient::Browse(const std::string& type) {
   _impl->Browse(type);
 }
 
-void BonjourClient::Register(std::string name, std::string type, std::string, int port,
+void BonjourClient::Register(const std::string& name, const std::string& type, const std::string&, int port,
                              const std::map<std::string, std::string>& txt, bool commit) {
   _impl->Register(name, type, port, txt, commit);
 }
@@ -190,6 +192,6 @@ void BonjourClient::Clear() {
   _impl->Open();
 }
 
-void BonjourClient::Confirm(std::string, const SocketAddress&) {}
+void BonjourClient::Confirm(const std::string&, const SocketAddress&) {}
 
 void BonjourClient::Debug() {}

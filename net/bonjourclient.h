@@ -55,20 +55,20 @@ class BonjourClient {
   ~BonjourClient();
 
   // `type` as in "_http._tcp". Goes on as long as the client, and may be called for more types.
-  void Browse(std::string type);
+  void Browse(const std::string& type);
 
   // Adds a service of this host to what Commit() publishes, and commits if asked to. After a commit the daemon takes
   // no more services: add all of them first, or start afresh with Clear(). A name that is in use already is refused by
   // the daemon, or withdrawn later without a word. `ignored` has no effect. In `txt` a pair of key, "=" and value may
   // have 255 bytes; an empty key counts, an empty map gives no strings.
-  void Register(std::string name, std::string type, std::string ignored, int port,
+  void Register(const std::string& name, const std::string& type, const std::string& ignored, int port,
                 const std::map<std::string, std::string>& txt, bool commit);
   void Commit();
 
   void Clear();
 
   // These do nothing.
-  void Confirm(std::string name, const SocketAddress& address);
+  void Confirm(const std::string& name, const SocketAddress& address);
   void Debug();
 
  private:

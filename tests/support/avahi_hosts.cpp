@@ -37,6 +37,7 @@ constexpr const char* kBusPolicy = R"(<busconfig>
 constexpr const char* kDaemonSettings = R"([server]
 host-name=NAME
 allow-interfaces=eth0
+entries-per-entry-group-max=100
 [publish]
 publish-hinfo=no
 publish-workstation=no
@@ -51,7 +52,7 @@ std::string With(std::string text, const std::string& mark, const std::string& v
 const std::string& BusLink() {
   static const TempDirectory folder;
   static const std::string link = [] {
-    const std::string path = folder / "bus";
+    std::string path = folder / "bus";
     setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
     return path;
   }();
@@ -74,9 +75,8 @@ void Check(bool done, const std::string& what) {
     MountEmpty("/run");
     MountOver(folder + "/avahi", "/etc/avahi");
     setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + folder + "/bus").c_str(), 1);
-    std::vector<char*> arguments;
-    for (const std::string& word : command) arguments.push_back(const_cast<char*>(word.c_str()));
-    arguments.push_back(nullptr);
+    std::vector<char*> arguments(command.size() + 1);
+    for (size_t i = 0; i < command.size(); ++i) arguments[i] = const_cast<char*>(command[i].c_str());
     execvp(arguments[0], arguments.data());
     Check(false, command[0]);
   } catch (const std::exception& error) {
