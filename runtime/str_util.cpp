@@ -5,6 +5,10 @@
 
 namespace {
 
+bool IsClassicSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+
 // The classification takes an unsigned char's value; a plain char may be negative.
 bool IsSpace(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -83,4 +87,16 @@ void SplitCmdLine(const std::string& command, std::vector<std::string>& words) {
     position = end + 1;
   }
   if (position < command.size()) words.push_back(command.substr(position));
+}
+
+void SkipSpace(std::string_view& text) {
+  text.remove_prefix(std::find_if_not(text.begin(), text.end(), IsClassicSpace) - text.begin());
+}
+
+bool NextWord(std::string_view& text, std::string_view& word) {
+  SkipSpace(text);
+  if (text.empty()) return false;
+  word = text.substr(0, std::find_if(text.begin(), text.end(), IsClassicSpace) - text.begin());
+  text.remove_prefix(word.size());
+  return true;
 }

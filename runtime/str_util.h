@@ -6,6 +6,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 // The first character that is not space; 0 if there is none.
@@ -38,3 +39,9 @@ unsigned int CaseInsensitiveStringFind(const std::string& haystack, const std::s
 // A closing quote is only looked for where a blank follows the opening one. So a last word in quotes that has no blank
 // inside keeps its quotes; with a blank inside it loses them. Commands are written with that in mind.
 void SplitCmdLine(const std::string& command, std::vector<std::string>& words);
+
+// Words of any white space between them, as the classic locale has it. Both only move the front of `text`.
+
+void SkipSpace(std::string_view& text);
+// False, and `word` as it was, when only space is left. The word is a part of the text, which has to outlive it.
+bool NextWord(std::string_view& text, std::string_view& word);

@@ -26,8 +26,8 @@ class FieldStream {
 
   bool _Begin();
   void _End();
-  double _Double();
-  int64_t _Whole(int64_t least, int64_t most);
+  template <class Number>
+  Number _Take(Number (*take)(std::string_view& text, bool& failed));
 
   const char* _at;
   const char* const _end;

@@ -1,0 +1,34 @@
+#include "runtime/datachecksum.h"
+
+#include <gtest/gtest.h>
+
+#include <utility>
+
+namespace {
+
+TEST(DataCheckSum, ReadsAndWritesTheFieldOfThree) {
+  const struct {
+    const char* line;
+    int number;
+    bool agrees;
+  } rows[] = {{"\a  7\n", 7, true}, {"\a007\n", 7, true},   {"\a7  \n", 7, true}, {"\a 7x\n", 7, true},
+              {"\a+7 \r", 7, true}, {"\a -7\n", -7, false}, {"   0\n", 0, false}, {"   \n", 0, true},
+              {"x\n", 0, false},    {"", 0, false},         {"\a 0x\n", 0, false}};
+  for (const auto& row : rows) {
+    EXPECT_EQ(row.number, ReadCheckSum(row.line)) << row.line;
+    EXPECT_EQ(row.agrees, CheckSumAgrees(row.line)) << row.line;
+  }
+  const std::pair<std::string, std::string> closed[] = {{"", "  0\n"},
+                                                        {"\xff\x07", "\xff\x07  6\n"},
+                                                        {"\xff\x1f", "\xff\x1f 30\n"},
+                                                        {"\xff",
+                                                         "\xff"
+                                                         "255\n"}};
+  for (const auto& [line, whole] : closed) {
+    std::string text = line;
+    AppendCheckSum(text);
+    EXPECT_EQ(whole, text);
+  }
+}
+
+}  // namespace
