@@ -1,0 +1,75 @@
+// The TCP link that the logger keeps to an instrument on the network.
+//
+// It finds the peer by DNS-SD (RFC 6763) or by its address, connects without blocking, tries again every 2 s for ever,
+// cuts what comes in into lines or counted blocks, and queues what goes out. What the lines mean is not its business.
+//
+// A Head is a handle: copies share one link, which ends without a word when the last of them goes.
+//
+// Thread: the poll loop's. A host name is looked up by the system's resolver, which blocks; an address is not.
+//
+// Time: 2 s from a closed socket or a failed attempt to the next attempt. 5 s after the start of a connect, and then
+// every 15 s, the link looks whether bytes have come, and stops looking at the first time that there were none. Nothing
+// follows from it: silence never breaks a link, only an error, a hang-up or the end of the stream does. That is meant.
+//
+// What was queued or is an incomplete line when a socket closes stays, and goes out or is joined to the input on the
+// next connection, to whatever target. That is meant too.
+//
+// The queue has no limit, and neither has the length of a line.
+//
+// Errors: no failure of the network or of a look-up is thrown. What a listener throws while the link reads, writes or
+// starts to connect is caught and closes the socket; an exception out of HeadClosed may pass to the caller of Connect
+// or Disconnect, or of Poll. Messages go to standard output, those on progress only when `verbose` is set.
+
+#pragma once
+
+#include <memory>
+#include <string>
+
+class Head {
+ public:
+  // Any of these may call everything here, and may let go of the last handle, so that no more calls come. The link
+  // looks after each call whether its socket is still the same: lines that were cut already but belong to one that is
+  // closed wait in the buffer for the next connection.
+  class Listener {
+   public:
+    virtual ~Listener() noexcept(false) = default;
+    virtual void HeadOpened();  // a connect has begun on a fresh socket
+    // An open socket has been closed, whatever the reason; each one that was opened gets this once, but for one
+    // whose HeadOpened threw. When it was closed by Connect or Disconnect, what is begun here is ended again.
+    virtual void HeadClosed();
+    virtual void HeadConnected(std::string connectedTo);  // the target
+    virtual void HeadGotLine(std::string line);           // with its line feed
+    virtual void HeadGotBLOB(std::string blob);           // as long as expected
+    virtual void HeadGotRaw(std::string data);            // the bytes of one read, before they are cut
+  };
+
+  // The link to an analyser: type "_tarno-tn5500._tcp", port 5500.
+  //
+  // `listener`: not owned, outlives the link; nullptr is a std::runtime_error. All constructors but the last start to
+  // browse at once; none connects.
+  Head(Listener* listener, bool verbose);
+  // To whatever port the service has.
+  Head(Listener* listener, const std::string& serviceType, bool verbose);
+  // To this port; with 0 or below to that of the service.
+  Head(Listener* listener, const std::string& serviceType, int port, bool verbose);
+  // Without browsing: the target is an IPv4 address or the name of a host that has one.
+  Head(Listener* listener, int port, bool verbose);
+
+  // Closes what is open and starts to connect, also to the same target. "": stays closed and idle.
+  void Connect(std::string target);
+  void Disconnect();  // closes and stays idle
+
+  // Without a socket, or when the peer has ended its side, the text is dropped without a word. While the connect is
+  // under way it is queued.
+  void Send(const std::string& text);
+
+  // The next `size` bytes of input come as one block, those that are here already included; 0: a line is next.
+  void ExpectBLOB(unsigned int size);
+
+  bool IsConnected() const;
+  std::string ConnectedTo() const;  // the last target, connected or not
+
+ private:
+  class Private;
+  std::shared_ptr<Private> _private;
+};
