@@ -1,0 +1,489 @@
+#include "analyser/head.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <functional>
+#include <map>
+#include <memory>
+#include <utility>
+
+#include "emulators/analyser.h"
+#include "net/socket.h"
+#include "runtime/datachecksum.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/error_text.h"
+#include "tests/support/poll_runner.h"
+#include "tests/support/virtual_time.h"
+
+namespace {
+
+using testing::Contains;
+using testing::ElementsAre;
+using testing::IsEmpty;
+using Action = std::function<void()>;
+using Events = std::vector<std::string>;
+
+constexpr const char* kHere = "127.0.0.1";
+constexpr const char* kThere = "127.0.0.2";
+constexpr const char* kNoRoute = "255.255.255.255";  // a connect fails at once
+const std::string kConnectedHere = "connected 127.0.0.1";
+const std::string kConnectedThere = "connected 127.0.0.2";
+constexpr int kGrace = 20;           // ms of real time for the loopback interface
+constexpr int kLongGrace = 2'000;    // for one whose windows are full
+constexpr size_t kMuch = 8'000'000;  // more than the buffers of a connection hold
+
+// The other end of the link, and nothing but it.
+struct Server {
+  explicit Server(const char* host = kHere, int port = 0, int backlog = 4) {
+    SocketAddress address(host);
+    address.Port(port);
+    door.Open(Socket::FamilyIPv4, Socket::TypeStream, 0);
+    door.Bind(address);
+    if (backlog >= 0) door.Listen(backlog);
+  }
+
+  int Port() {
+    SocketAddress address(kHere);
+    door.GetSockName(&address);
+    return address.Port();
+  }
+  bool Accept() {
+    pollfd waiting = {door.Fileno(), POLLIN, 0};
+    if (::poll(&waiting, 1, 0) <= 0) return false;
+    peer = door.Accept(nullptr);
+    return true;
+  }
+  void Write(const std::string& text) { peer.Write(text); }
+  // What has come so far.
+  std::string Read() {
+    std::string all;
+    char data[65536];
+    for (ssize_t got; (got = recv(peer.Fileno(), data, sizeof data, MSG_DONTWAIT)) > 0;) all.append(data, got);
+    return all;
+  }
+  void Reset() {
+    const linger at_once = {1, 0};
+    setsockopt(peer.Fileno(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
+    peer.Close();
+  }
+
+  Socket door;
+  Socket peer;
+};
+
+// Notes each event, and does then what `on` has for its first word.
+struct Notes : Head::Listener {
+  void HeadOpened() override { Note("opened"); }
+  void HeadClosed() override { Note("closed"); }
+  void HeadConnected(std::string target) override { Note("connected", ' ' + target); }
+  void HeadGotLine(std::string line) override { Note("line", ' ' + line); }
+  void HeadGotBLOB(std::string blob) override { Note("blob", ' ' + blob); }
+  void HeadGotRaw(std::string data) override {
+    if (raw) Note("raw", ' ' + data);
+  }
+
+  void Note(const std::string& word, const std::string& text = {}) {
+    events.push_back(word + text);
+    if (const auto found = on.find(word); found != on.end()) {
+      const Action action = found->second;  // it may change `on`
+      action();
+    }
+  }
+  Events Take() { return std::exchange(events, {}); }
+
+  bool raw = false;
+  Events events;
+  std::map<std::string, Action> on;
+};
+
+class HeadTest : public testing::Test {
+ protected:
+  HeadTest() { time.SetGrace(kGrace); }
+  ~HeadTest() noexcept override {}  // what it holds could throw
+
+  void Open(bool verbose = false) { head = std::make_unique<Head>(&notes, server.Port(), verbose); }
+  void Connect() {
+    if (!head) Open();
+    head->Connect(kHere);
+    ASSERT_TRUE(PollUntil([this] { return head->IsConnected(); }));
+    ASSERT_TRUE(server.Accept());
+    notes.Take();
+  }
+  // Nothing new is under way when it begins.
+  void QuietMinute() {
+    time.SetGrace(0);
+    PollFor(60'000);
+    time.SetGrace(kGrace);
+  }
+  bool Await(const std::string& event) {
+    return PollUntil([&] { return std::count(notes.events.begin(), notes.events.end(), event) > 0; });
+  }
+
+  VirtualTime time;
+  Server server;
+  Notes notes;
+  std::unique_ptr<Head> head;
+};
+
+TEST_F(HeadTest, CutsLinesAndBlobs) {
+  notes.raw = true;
+  notes.on["line"] = [this] {
+    if (notes.events.back() == "line blob\n") head->ExpectBLOB(4);
+  };
+  Connect();
+  server.Write("one\r\nblob\n\n\n12three");
+  ASSERT_TRUE(Await("blob \n\n12"));
+  EXPECT_THAT(notes.Take(), ElementsAre("raw one\r\nblob\n\n\n12three", "line one\r\n", "line blob\n", "blob \n\n12"));
+  head->ExpectBLOB(9);
+  server.Write("\n45");
+  ASSERT_TRUE(Await("raw \n45"));
+  server.Write("\n\nlast\n");
+  ASSERT_TRUE(Await("line last\n"));
+  EXPECT_THAT(notes.Take(), ElementsAre("raw \n45", "raw \n\nlast\n", "blob three\n45\n", "line \n", "line last\n"));
+}
+
+TEST_F(HeadTest, QueuesWhatIsSentAndDropsItWithoutASocket) {
+  const std::string much = std::string(kMuch, 'm') + "last";
+  time.SetGrace(kLongGrace);
+  Open();
+  head->Send("lost");
+  head->Connect(kHere);
+  head->Send("while connecting\n");
+  head->Send(much);
+  EXPECT_FALSE(head->IsConnected());
+  ASSERT_TRUE(Await(kConnectedHere));
+  ASSERT_TRUE(server.Accept());
+  std::string got;
+  ASSERT_TRUE(PollUntil([&] { return (got += server.Read()).ends_with("last"); }));
+  EXPECT_TRUE(got == "while connecting\n" + much);
+}
+
+TEST_F(HeadTest, DrainsItsQueueWhenThePeerHasEnded) {
+  time.SetGrace(kLongGrace);
+  size_t got = 0;
+  std::string told;
+  {
+    const CapturedOutput output;
+    Open(true);
+    Connect();
+    head->Send(std::string(kMuch, 'm'));
+    server.peer.Shutdown(Socket::ShutdownWrite);
+    EXPECT_TRUE(PollUntil([&] { return output.Text().ends_with("HandleRead(): socket closing...\n"); }));
+    head->Send("dropped");
+    EXPECT_THAT(notes.events, IsEmpty());
+    EXPECT_TRUE(PollUntil([&] { return (got += server.Read().size()) >= kMuch && !notes.events.empty(); }));
+    told = output.Text();
+  }
+  EXPECT_EQ(kMuch, got);
+  EXPECT_THAT(notes.events, ElementsAre("closed"));
+  EXPECT_THAT(told, testing::EndsWith("Head::Private::HandleRead(): socket closing...\n"
+                                      "Head::Private::HandleWrite(): socket closed.\n"));
+}
+
+TEST_F(HeadTest, CarriesTheQueueAndAPartialLineOverToTheNextConnection) {
+  Connect();
+  server.Write("whole\npar");
+  ASSERT_TRUE(Await("line whole\n"));
+  notes.on["closed"] = [this] { head->Send("dropped"); };
+  head->Send("kept");
+  Connect();
+  server.Write("tial\n");
+  ASSERT_TRUE(Await("line partial\n"));
+  EXPECT_EQ("kept", server.Read());
+}
+
+TEST_F(HeadTest, RetriesEveryTwoSecondsUntilItIsToldToStop) {
+  Open();
+  Server refusing(kThere, server.Port(), -1);
+  head->Connect(kThere);
+  for (const int64_t moment : {0, 2'000, 4'000}) {
+    ASSERT_TRUE(Await("closed"));
+    EXPECT_THAT(notes.Take(), ElementsAre("opened", "closed"));
+    EXPECT_EQ(moment, time.Elapsed());
+  }
+  refusing.door.Listen(1);
+  ASSERT_TRUE(Await(kConnectedThere));
+  for (const Action& stop : {Action([this] { head->Disconnect(); }), Action([this] { head->Connect(""); })}) {
+    head->Connect(kNoRoute);
+    stop();
+    notes.Take();
+    PollFor(10'000);
+    EXPECT_THAT(notes.events, IsEmpty());
+  }
+  EXPECT_EQ("", head->ConnectedTo());
+}
+
+TEST_F(HeadTest, SilenceBreaksNothing) {
+  notes.raw = true;
+  Connect();
+  const auto sleeps_in_an_hour = [&] {
+    time.SetGrace(kGrace);
+    server.Write("x");
+    EXPECT_TRUE(Await("raw x"));
+    notes.Take();
+    time.SetGrace(0);
+    const int before = time.Sleeps();
+    PollFor(3'600'000);
+    return time.Sleeps() - before;
+  };
+  EXPECT_EQ(3, sleeps_in_an_hour());  // until 5 s, 20 s and the end
+  EXPECT_EQ(1, sleeps_in_an_hour());  // nobody watches any more
+  EXPECT_THAT(notes.events, IsEmpty());
+  EXPECT_TRUE(head->IsConnected());
+}
+
+TEST_F(HeadTest, TellsItsProgressWhenVerbose) {
+  const std::string begins_here = "Attempting to connect to: 127.0.0.1\nConnecting to: 127.0.0.1\n";
+  const std::pair<std::string, std::string> rows[] = {
+      {"::1",
+       "Attempting to connect to: ::1\nUnable to connect to ::1: SocketAddress: ::1 not found: Address family for "
+       "hostname not supported\nNo IP address\n"},
+      {kNoRoute, "Attempting to connect to: 255.255.255.255\nConnecting to: 255.255.255.255\nUnable to connect\n"},
+      {kThere,
+       "Attempting to connect to: 127.0.0.2\nConnecting to: 127.0.0.2\n"
+       "Head::Private::HandleRead(): Got exception Socket: unable to connect: Connection refused\n"},
+      {kHere, begins_here + "Head::Private::HandleRead(): socket closed.\n"},
+  };
+  for (const auto& [target, text] : rows) {
+    std::string told;
+    {
+      const CapturedOutput output;
+      Open(true);
+      head->Connect(target);
+      PollFor(1'000);
+      if (server.Accept()) server.peer.Close();
+      PollFor(900);
+      told = output.Text();
+    }
+    EXPECT_EQ(text, told);
+  }
+  EXPECT_EQ("Invalid listener in Head::Private::Private", ErrorText([] { Head(nullptr, 1, false); }));
+}
+
+TEST_F(HeadTest, FailuresAreToldAndEndTheConnection) {
+  const Action write = [this] { server.Write("x\n"); };
+  const Action fail = [] { throw std::runtime_error("no more"); };
+  const std::string thrown = "Head::Private::HandleRead(): Got exception no more\n";
+  const struct {
+    const char* name;
+    std::map<std::string, Action> on;
+    Action action;
+    std::string output;
+  } rows[] = {
+      {"reset",
+       {},
+       [this] { server.Reset(); },
+       "Head::Private::HandleRead(): Got exception StreamFileBase: error in Read: Connection reset by peer\n"},
+      {"thrown in line", {{"line", fail}}, write, thrown},
+      {"thrown in closed", {{"closed", fail}}, [this] { server.peer.Close(); }, thrown},
+      {"thrown in both", {{"line", fail}, {"closed", fail}}, write, thrown + thrown},
+      {"thrown in connected",
+       {{"connected", fail}},
+       [this] {
+         server.peer.Close();
+         PollFor(3'000);
+       },
+       "Head::Private::HandleWrite(): Got exception no more\n"},
+  };
+  for (const auto& row : rows) {
+    Connect();
+    std::string told;
+    {
+      const CapturedOutput output;
+      notes.on = row.on;
+      row.action();
+      Await("closed");
+      told = output.Text();
+    }
+    EXPECT_EQ(row.output, told) << row.name;
+    EXPECT_FALSE(head->IsConnected()) << row.name;
+    notes.on.clear();
+    EXPECT_TRUE(Await(kConnectedHere)) << row.name;
+    server.Accept();
+  }
+}
+
+// What a listener does in one of its calls, and all events of the next virtual minute. The server sends two lines, ends
+// the connection and takes no other.
+TEST_F(HeadTest, ListenersMayDoAnythingFromAnyCall) {
+  const Action disconnect = [this] { head->Disconnect(); };
+  const Action destroy = [this] { head.reset(); };
+  const Action go_there = [this] {
+    notes.on.clear();
+    head->Connect(kThere);
+  };
+  const std::string bytes = "raw 1\n2\n", first = "line 1\n", second = "line 2\n";
+  const struct {
+    const char* event;
+    Events before;
+  } rows[] = {
+      {"opened", {"opened"}},
+      {"connected", {"opened", kConnectedHere}},
+      {"raw", {"opened", kConnectedHere, bytes}},
+      {"line", {"opened", kConnectedHere, bytes, first}},
+      {"closed", {"opened", kConnectedHere, bytes, first, second, "closed"}},
+  };
+  const struct {
+    const char* name;
+    Action action;
+    Events after;
+    bool closes;
+  } actions[] = {{"disconnect", disconnect, {}, true},
+                 {"destroy", destroy, {}, false},
+                 {"go there", go_there, {"opened", kConnectedThere}, true}};
+  notes.raw = true;
+  const int port = server.Port();
+  for (const auto& row : rows)
+    for (const auto& action : actions) {
+      server.door._close();
+      server = Server(kHere, port);
+      Server other(kThere, port);
+      Events expected = row.before;
+      if (action.closes && expected.back() != "closed") expected.push_back("closed");
+      expected.insert(expected.end(), action.after.begin(), action.after.end());
+      Open();
+      notes.on = {{row.event, action.action}};
+      head->Connect(kHere);
+      PollFor(100);
+      if (server.Accept() && server.peer.IsOpen()) {
+        try {
+          server.Write("1\n2\n");
+        } catch (const ErrnoError&) {
+          // It has closed already.
+        }
+        PollFor(100);
+        server.peer.Close();
+      }
+      PollFor(100);
+      QuietMinute();
+      EXPECT_EQ(expected, notes.Take()) << action.name << " when " << row.event;
+      notes.on.clear();
+      head.reset();
+    }
+}
+
+TEST_F(HeadTest, WhatIsBegunWhenOpenedGoesOn) {
+  std::string told;
+  {
+    const CapturedOutput output;
+    Open(true);
+    notes.on["opened"] = [this] { head->Connect(kNoRoute); };
+    head->Connect(kHere);
+    PollFor(2'500);
+    told = output.Text();
+  }
+  const std::string attempt =
+      "Attempting to connect to: 255.255.255.255\nConnecting to: 255.255.255.255\nUnable to connect\n";
+  EXPECT_THAT(told, testing::EndsWith(attempt + attempt));
+}
+
+TEST_F(HeadTest, MayBeDestroyedWhenTheTimerHasOpenedIt) {
+  Server refusing(kThere, server.Port(), -1);
+  Open();
+  head->Connect(kThere);
+  ASSERT_TRUE(Await("closed"));
+  notes.on["opened"] = [this] { head.reset(); };
+  QuietMinute();
+  EXPECT_THAT(notes.events, ElementsAre("opened", "closed", "opened"));
+}
+
+TEST_F(HeadTest, ConnectAndDisconnectHaveTheLastWord) {
+  Server other(kThere, server.Port());
+  Connect();
+  notes.on["closed"] = [this] { head->Connect(kThere); };
+  head->Connect(kHere);
+  EXPECT_THAT(notes.events, ElementsAre("closed", "opened", "closed", "opened"));
+  ASSERT_TRUE(Await(kConnectedHere));
+  notes.Take();
+  head->Disconnect();
+  EXPECT_THAT(notes.events, ElementsAre("closed", "opened", "closed"));
+  QuietMinute();
+  EXPECT_THAT(notes.events, testing::SizeIs(3));
+}
+
+struct Trigger : PollItem {
+  explicit Trigger(int descriptor) : PollItem(0, true), fd(descriptor) {}
+  int Fileno() const override { return fd; }
+  void HandleWrite() override {
+    UnRegister();
+    action();
+  }
+  int fd;
+  Action action;
+};
+
+// The new socket has the descriptor of the old one, for which the pass still holds events; its peer doesn't answer.
+TEST_F(HeadTest, EventsOfAClosedSocketDoNotReachTheNext) {
+  Server mute(kThere, server.Port(), 0);
+  SocketAddress address(kThere);
+  address.Port(server.Port());
+  Socket filling(Socket::FamilyIPv4, Socket::TypeStream, 0);
+  filling.Connect(address);
+  const Action reconnect = [this] { head->Connect(kThere); };
+  for (const bool by_itself : {true, false}) {
+    Trigger trigger(filling.Fileno());  // comes before the link in each pass
+    notes.on.clear();
+    Connect();
+    head->Send("has the socket wait for room, too");
+    server.Write("x\n");
+    if (by_itself) {
+      notes.on["line"] = reconnect;
+    } else {
+      trigger.action = reconnect;
+      trigger.SetRequestedEvents(POLLOUT);
+    }
+    PollFor(500);
+    EXPECT_EQ("opened", notes.events.back());
+    EXPECT_THAT(notes.events, testing::Not(Contains(kConnectedThere)));
+  }
+}
+
+TEST_F(HeadTest, CopiesShareOneLink) {
+  Connect();
+  auto copy = std::make_unique<Head>(*head);
+  head.reset();
+  server.Write("x\n");
+  EXPECT_TRUE(Await("line x\n"));
+  EXPECT_TRUE(copy->IsConnected());
+  copy.reset();
+  EXPECT_THAT(notes.events, ElementsAre("line x\n"));
+}
+
+// Whatever the analyser does, lines with a right sum are whole, and go on coming afterwards, in order.
+TEST_F(HeadTest, RidesOutAnAnalyserThatMisbehaves) {
+  time.SetGrace(1);
+  Analyser analyser;
+  Head link(&notes, analyser.Port(), false);
+  link.Connect(kHere);
+  const std::pair<const char*, Action> rows[] = {
+      {"refuses", [&] { analyser.Refuse(), analyser.HangUp(), PollFor(7'000), analyser.Listen(); }},
+      {"stalls", [&] { analyser.Stall(true), PollFor(60'000), analyser.Stall(false); }},
+      {"cuts a line", [&] { analyser.CutLine(); }},
+      {"sends garbage", [&] { analyser.SendGarbage(100'000); }},
+      {"resets", [&] { analyser.Reset(); }},
+      {"moves", [&] { analyser.MoveTo(kThere), PollFor(7'000), link.Connect(kThere); }},
+  };
+  int last = -1;
+  for (const auto& [name, misbehave] : rows) {
+    {
+      const CapturedOutput output;
+      misbehave();
+      PollFor(10'000);
+    }
+    int lines = 0;
+    for (std::string line : notes.Take()) {
+      line.erase(0, line.find(' ') + 1);
+      int number = -1;
+      if (!CheckSumAgrees(line)) continue;
+      if (sscanf(line.c_str(), "DATA %*d %*d %*d %*f %*f %*f %*f %*f %*f %d", &number) != 1) continue;
+      ++lines;
+      EXPECT_LT(last, number) << name;
+      last = number;
+    }
+    EXPECT_GE(lines, 75) << name;
+  }
+}
+
+}  // namespace
