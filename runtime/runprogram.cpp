@@ -28,6 +28,13 @@ struct Pipe {
     if (::pipe(ends.data()) != 0) throw ErrnoError("Unable to create pipe");
     reader._set_fileno(ends[0]);
     writer._set_fileno(ends[1]);
+    // An owner without standard streams may have got their numbers, and what it prints would go into the pipe.
+    for (StreamFileBase* end : {&reader, &writer}) {
+      if (end->Fileno() > STDERR_FILENO) continue;
+      const int moved = ::fcntl(end->Fileno(), F_DUPFD, STDERR_FILENO + 1);
+      if (moved < 0) throw ErrnoError("Unable to create pipe");
+      end->_set_fileno(moved);
+    }
   }
 
   StreamFileBase reader;
@@ -59,17 +66,14 @@ template <class Work>
   ::_exit(kNotExecuted);
 }
 
-// Makes the pipe's ends this process's standard input and output; without a pipe it has neither.
+// Makes the pipe's ends, all of whose numbers are above those of the standard streams, this process's standard input
+// and output; without a pipe it has neither.
 void ConnectStandardStreams(const int* descriptors) {
-  int pair[] = {-1, -1};
-  // An owner without standard streams may have got their numbers for the pipe: out of the way first.
-  for (int i = 0; descriptors != nullptr && i < 2; ++i)
-    pair[i] = descriptors[i] > STDOUT_FILENO ? descriptors[i] : ::fcntl(descriptors[i], F_DUPFD, STDERR_FILENO + 1);
   for (const int end : {STDOUT_FILENO, STDIN_FILENO}) {
     ::close(end);
     if (descriptors == nullptr) continue;
-    ::dup2(pair[end], end);  // the reading end has the index 0, the writing one 1
-    ::close(pair[end]);
+    ::dup2(descriptors[end], end);  // the reading end has the index 0, the writing one 1
+    ::close(descriptors[end]);
   }
 }
 
@@ -81,6 +85,8 @@ void Execute(const std::string& command) {
   std::array<char*, kMaxArguments + 1> arguments{};
   const size_t count = std::min(words.size(), kMaxArguments);
   for (size_t i = 0; i < count; ++i) arguments[i] = words[i].data();
+  // A zip that outlives a link would keep its connection open, and a removable disk busy. A failure costs only that.
+  ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   ::execv(arguments[0], arguments.data());
   const int error = errno;
   throw ErrnoError("Unable to exec " + words[0], error);

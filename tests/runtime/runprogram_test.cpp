@@ -2,7 +2,6 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -14,7 +13,6 @@
 #include "runtime/streamfile.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/child_process.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 
@@ -56,35 +54,39 @@ TEST(RunProgram, ConnectsOnePipeOrNothing) {
   EXPECT_EQ(5, RunProgramWriteStdin("/bin/sh -c 'head -c 200000 >/dev/null; exit 5'", std::string(200000, 'x')));
 }
 
-TEST(RunProgram, CapturesForAnOwnerWithoutStandardStreams) {
+TEST(RunProgram, LeavesItsOwnersDescriptorsAlone) {
+  const StreamFile open("/dev/null", O_RDONLY);
+  EXPECT_EQ(1, RunProgram("/bin/sh -c 'test -e /proc/$$/fd/" + std::to_string(open.Fileno()) + " '"));
+  // An owner without standard streams gets their numbers for the pipe.
   const auto result = RunInChild([] {
     const int saved = ::dup(STDOUT_FILENO);
     ::close(STDIN_FILENO);
     ::close(STDOUT_FILENO);
+    std::cout << "unflushed";
     std::string text;
     EXPECT_EQ(0, RunProgramCaptureStdout("/bin/echo here", text));
     EXPECT_EQ("here\n", text);
     ::dup2(saved, STDOUT_FILENO);
+    std::cout.clear();
   });
   EXPECT_EQ(0, result.exit_status) << result.output;
 }
 
 TEST(RunProgram, ADaemonIsOnItsOwn) {
-  const TempDirectory directory;
-  const std::string path = directory / "fifo";
-  ASSERT_EQ(0, ::mkfifo(path.c_str(), 0600));
-  RunProgramAsDaemon("/bin/sh -c 'exec cat /proc/self/stat /proc/self/status >" + path + "'");
-  EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD);  // no child of ours is left
-
-  StreamFile fifo(path, O_RDONLY);  // waits for the daemon
+  const auto result = RunInChild([] {
+    ::dup2(STDOUT_FILENO, STDERR_FILENO);  // the one that a daemon keeps; its end is the end of the output
+    RunProgramAsDaemon("/bin/sh -c 'timeout 20 cat /proc/$$/stat /proc/$$/status >&2'");
+    EXPECT_TRUE(::waitpid(-1, nullptr, WNOHANG) == -1 && errno == ECHILD);  // no child of ours is left
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
+  std::istringstream told(result.output);
   std::string word;
   pid_t parent = 0, group = 0, session = 0;
-  fifo.IStream() >> word >> word >> word >> parent >> group >> session;
-  EXPECT_NE(::getpid(), parent);
-  EXPECT_NE(::getsid(0), session);
-  while (fifo.IStream() >> word && word != "SigIgn:") continue;
+  told >> word >> word >> word >> parent >> group >> session;
+  EXPECT_TRUE(session > 0 && session != ::getsid(0)) << result.output;
+  while (told >> word && word != "SigIgn:") continue;
   uint64_t ignored = 0;
-  fifo.IStream() >> std::hex >> ignored;
+  told >> std::hex >> ignored;
   EXPECT_TRUE(ignored & 1u << (SIGHUP - 1));
 }
 
