@@ -49,7 +49,7 @@ Socket::Socket(Family family, Type type, int protocol) {
 void Socket::Open(Family family, Type type, int protocol) {
   DropSigPipe();
   _close();
-  const int fileno = ::socket(static_cast<int>(family), type, protocol);
+  const int fileno = ::socket(family, type, protocol);
   const int on = 1;
   if (fileno < 0 || ::setsockopt(fileno, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
     const int error = errno;

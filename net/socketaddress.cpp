@@ -76,11 +76,10 @@ void SocketAddress::_Clear(SocketFamily family) {
 }
 
 void SocketAddress::Assign(const sockaddr& address) {
-  const auto family = static_cast<SocketFamily>(address.sa_family);
-  CheckFamily(family);
-  _Clear(family);
-  // The length is that of the cleared target: nothing but the family for a Unix address.
-  std::memcpy(&_storage, &address, _SockLen());
+  SocketAddress fresh(static_cast<SocketFamily>(address.sa_family));
+  // The length is that of the fresh target: nothing but the family for a Unix address.
+  std::memcpy(&fresh._storage, &address, fresh._SockLen());
+  *this = fresh;  // which may be where the address comes from
 }
 
 void SocketAddress::Assign(const in_addr& address) {
@@ -208,7 +207,7 @@ void SocketAddress::Presentation(const std::string& text) {
 
 void SocketAddress::Name(const std::string& host, SocketFamily family) {
   addrinfo hints{};
-  hints.ai_family = static_cast<int>(family);
+  hints.ai_family = family;
   addrinfo* list = nullptr;
   const int error = ::getaddrinfo(host.c_str(), nullptr, &hints, &list);
   if (error != 0) throw HostNotFound("SocketAddress: " + host + " not found: " + ::gai_strerror(error));

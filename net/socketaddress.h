@@ -24,8 +24,8 @@
 
 #include "runtime/errnoexcept.h"
 
-// Stands here and not in Socket, so that an address needs no socket; Socket calls it Socket::Family.
-enum class SocketFamily : int {
+// Stands here and not in Socket, so that an address needs no socket; Socket calls it Socket::Family. Converts to int.
+enum SocketFamily : int {
   FamilyUnix = AF_UNIX,
   FamilyIPv4 = AF_INET,
   FamilyIPv6 = AF_INET6,

@@ -117,6 +117,7 @@ TEST(Socket, BindsNetlinkAndReusesAddressesOfAnyFamily) {
   socklen_t length = sizeof reuse;
   EXPECT_EQ(0, ::getsockopt(socket.Fileno(), SOL_SOCKET, SO_REUSEADDR, &reuse, &length));
   EXPECT_EQ(1, reuse);
+  EXPECT_EQ(AF_INET6, Socket::FamilyIPv6);
 }
 
 TEST(Socket, TellsHowAConnectWent) {

@@ -70,6 +70,7 @@ TEST(SocketAddress, AssignTakesWholeRecordsButOfAPathTheFamilyAlone) {
   for (const SocketAddress& address : {Make("10.0.0.1", 80), Make("fe80::1", 5500, 2), SocketAddress(1234, 5)}) {
     SocketAddress target("/some/longer/path/that/has/to/go");
     target.Assign(*address._SockAddr());
+    target.Assign(*target._SockAddr());
     EXPECT_EQ(address, target);
   }
   EXPECT_EQ(SocketAddress(SocketAddress::FamilyUnix), SocketAddress(*SocketAddress("/run/x")._SockAddr()));
