@@ -7,12 +7,10 @@ SignalProcessor& SignalProcessor::instance() {
   return processor;
 }
 
-SignalProcessor::SignalProcessor() {
-  sigemptyset(&_pending);
-}
-
 void SignalProcessor::signal_handler(int signal) {
-  sigaddset(&instance()._pending, signal);
+  SignalProcessor& arrived = instance();
+  arrived._marks[signal] = 1;
+  arrived._any = 1;
 }
 
 void SignalProcessor::catch_signal(int signal, Handler handler) {
@@ -48,22 +46,20 @@ void SignalProcessor::sleep_till_signal(int signal) {
 }
 
 bool SignalProcessor::any_pending() const {
-  return sigisemptyset(&_pending) == 0;
+  return _any != 0;
 }
 
 bool SignalProcessor::is_pending(int signal) const {
-  return sigismember(&_pending, signal) == 1;
+  return signal > 0 && signal < NSIG && _marks[signal] != 0;
 }
 
-// Clearing reads and writes a whole word of the set: a signal that arrived in between would lose its mark, so none
-// may arrive.
 void SignalProcessor::clear_pending(int signal) {
   if (!is_pending(signal)) return;
-  sigset_t all, previous;
-  sigfillset(&all);
-  pthread_sigmask(SIG_BLOCK, &all, &previous);
-  sigdelset(&_pending, signal);
-  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+  _marks[signal] = 0;
+  // In this order: a signal that arrives before the look at its mark is found there, a later one sets the flag itself.
+  _any = 0;
+  for (const volatile sig_atomic_t& mark : _marks)
+    if (mark != 0) _any = 1;
 }
 
 SignalProcessor::Handler SignalProcessor::_safe_signal(int signal, Handler handler) {

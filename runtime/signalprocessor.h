@@ -44,7 +44,9 @@ class SignalProcessor {
   Handler _safe_signal(int signal, Handler handler);
 
  private:
-  SignalProcessor();
+  SignalProcessor() = default;
 
-  sigset_t _pending;
+  // One for each signal, so that marking is one store: the handlers of two signals may interrupt each other.
+  volatile sig_atomic_t _marks[NSIG] = {};
+  volatile sig_atomic_t _any = 0;  // set after any mark
 };
