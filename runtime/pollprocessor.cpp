@@ -191,7 +191,8 @@ void PollProcessor::RunIdleHandlers() {
 
 void PollProcessor::RunSignalHandlers() {
   SignalProcessor& arrived = SignalProcessor::instance();
-  if (!arrived.any_pending()) return;
+  // An exception may have left deliveries behind; nobody else will ask for them.
+  if (!arrived.any_pending() && _signal_work.empty()) return;
   // All are picked before the first is called. A pending signal that nobody ever registered stays pending.
   for (const auto& [signal, handlers] : _signals) {
     if (!arrived.is_pending(signal)) continue;

@@ -14,7 +14,8 @@
 // Callbacks: a handler may register, unregister, re-arm and change any client, itself included, and an unregistered
 // client is not called again in that pass. The client whose handler is running must stay alive until the call has
 // returned; any other one may be destroyed. An exception leaves Poll and reaches the host; the loop stays usable, and
-// work that was picked and not reached is taken up by a later pass.
+// what was picked and not reached is taken up: signals, timers and events in the next pass, idle work in the next quiet
+// one.
 //
 // The destructors of the bases may throw because a derived class may have to report a failing close from its own.
 
@@ -92,7 +93,8 @@ class PollTimer {
   // A moment of the wall clock, turned at once into whole milliseconds from now: later steps of the wall clock don't
   // move the deadline. A moment in the past is due now. nullptr disarms.
   void SetTimeout(const timeval* deadline);
-  // Milliseconds after the last expiry, not after now, also when the timer is disarmed; negative disarms.
+  // Milliseconds added to the present expiry, whether that lies ahead or past; it is 0 for a timer that was never
+  // armed. Arms a disarmed timer too; negative disarms.
   void AddTimeout(int timeout);
 
   bool IsActive() const { return _active; }

@@ -313,9 +313,8 @@ TEST_F(PollLoop, AnExceptionReachesTheHostAndLosesNoWork) {
   catcher.then = fail;
   raise(SIGUSR1);
   EXPECT_THROW(Loop().Poll(0), std::runtime_error);
-  raise(SIGUSR1);
-  catcher.then = [] {};
-  EXPECT_THAT(Pass(), ElementsAre("other1", "catcher1", "other1"));
+  EXPECT_THAT(Pass(), ElementsAre("other1")) << "though nothing new has arrived";
+  EXPECT_THAT(Pass(), IsEmpty());
 
   const Pipe pipe;
   Item item(log, "item", pipe.ends[0]);
