@@ -9,6 +9,8 @@
 #include <string>
 #include <string_view>
 
+#include "runtime/readahead.h"
+
 namespace xml {
 
 enum CharClass : unsigned char {
@@ -87,20 +89,11 @@ class CharReader {
   }
 
  private:
-  // Makes the borders of a buffer's read area reachable.
-  struct Area : std::streambuf {
-    static std::string_view Held(const std::streambuf& buffer) {
-      const char* const next = (buffer.*&Area::gptr)();
-      return {next, static_cast<std::size_t>((buffer.*&Area::egptr)() - next)};
-    }
-    static void Take(std::streambuf& buffer, std::size_t count) { (buffer.*&Area::gbump)(static_cast<int>(count)); }
-  };
-
   template <typename Condition, typename Sink>
   int _take_while(Condition holds, Sink sink) {
     for (int c = Peek(); c != kEnd; c = Peek()) {
       // A buffer without a read area hands out one character at a time.
-      const std::string_view held = Area::Held(*_buffer).substr(0, kLongestRun);
+      const std::string_view held = ReadAhead::Of(*_buffer).substr(0, kLongestRun);
       if (held.empty()) {
         if (!holds(c)) return c;
         const char one = static_cast<char>(c);
@@ -111,7 +104,7 @@ class CharReader {
       std::size_t taken = 0;
       while (taken < held.size() && holds(held[taken])) ++taken;
       sink(held.substr(0, taken));
-      Area::Take(*_buffer, taken);
+      ReadAhead::Skip(*_buffer, static_cast<int>(taken));
       if (taken < held.size()) return static_cast<unsigned char>(held[taken]);
     }
     return kEnd;

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "runtime/errnoexcept.h"
+#include "runtime/readahead.h"
 
 int Timestamp::_xalloc_index = -1;
 bool Timestamp::_is_tz_inited = false;
@@ -220,15 +221,6 @@ constexpr double kPowersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e
 bool IsDigit(int c) {
   return c >= '0' && c <= '9';
 }
-
-// What a stream's buffer has read ahead, and the way past it.
-struct ReadAhead : std::streambuf {
-  static std::string_view Of(const std::streambuf& buffer) {
-    const char* begin = (buffer.*&ReadAhead::gptr)();
-    return {begin, static_cast<size_t>((buffer.*&ReadAhead::egptr)() - begin)};
-  }
-  static void Skip(std::streambuf& buffer, int count) { (buffer.*&ReadAhead::gbump)(count); }
-};
 
 // Reads a number as the stream does in the classic locale: takes what could be part of one, then converts all of it or
 // none. The next character is a digit.
