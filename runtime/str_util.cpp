@@ -68,7 +68,7 @@ unsigned int CaseInsensitiveStringFind(const std::string& haystack, const std::s
   if (start >= haystack.size()) return kCaseInsensitiveNotFound;
   const auto found = std::search(haystack.begin() + start, haystack.end(), needle.begin(), needle.end(),
                                  [](char a, char b) { return Lower(a) == Lower(b); });
-  if (found == haystack.end() && !needle.empty()) return kCaseInsensitiveNotFound;
+  if (found == haystack.end()) return kCaseInsensitiveNotFound;
   return static_cast<unsigned int>(found - haystack.begin());
 }
 

@@ -120,7 +120,7 @@ StreamFileBase::StreamFileBase(const StreamFileBase& other) : _fd(other._fd >= 0
 StreamFileBase::~StreamFileBase() noexcept(false) {
   try {
     _close();
-  } catch (const ErrnoError&) {
+  } catch (...) {
     if (std::uncaught_exceptions() == 0) throw;
   }
 }
