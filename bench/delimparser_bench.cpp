@@ -2,17 +2,13 @@
 // same bytes in three ways: through a string stream made of all of them at once; through one that is fed with chunks of
 // 4 KiB, an unfinished line put in front of the next; and through one that holds everything from the start, so without
 // the taking in that is part of the parser's job.
-//
-// Ends with the ratios, from rounds that alternate between all of them, so that a busy machine slows all.
+// "own/4KiB" compares the parser fed with 1 MiB to itself fed with 4 KiB.
 
-#include <benchmark/benchmark.h>
-
-#include <algorithm>
-#include <cstdio>
-#include <ctime>
-#include <functional>
 #include <sstream>
+#include <string>
+#include <vector>
 
+#include "bench/turns.h"
 #include "runtime/delimparser.h"
 
 namespace {
@@ -85,59 +81,25 @@ size_t GetlineOfHeld(std::istringstream& held) {
   return Getline(held);
 }
 
-void Run(benchmark::State& state, const std::function<size_t()>& job) {
+void Cut(benchmark::State& state, size_t size) {
+  const std::vector<std::string> chunks = Chunks(size), small = Chunks(kSmall);
+  std::istringstream held(Text());
   size_t lines = 0;
-  for (auto _ : state) lines = job();
-  state.SetBytesProcessed(static_cast<int64_t>(state.iterations() * Text().size()));
-  if (lines * kLine != Text().size()) state.SkipWithError("lines were lost");
+  const auto counted = [&lines](auto job) { return [&lines, job] { lines += job(); }; };
+  std::vector<Turns::Job> jobs = {{"own", counted([&] { return Parse(chunks); })},
+                                  {"getline all at once", counted(GetlineOfCopy)},
+                                  {"getline 4KiB", counted([&] { return GetlineFed(small); })},
+                                  {"getline held", counted([&] { return GetlineOfHeld(held); })}};
+  if (size != kSmall) jobs.push_back({"4KiB", counted([&] { return Parse(small); })});
+  Turns(jobs).Measure(state);
+  const auto bytes = static_cast<size_t>(state.iterations()) * Text().size();
+  state.SetBytesProcessed(static_cast<int64_t>(bytes));
+  if (lines * kLine != bytes * jobs.size()) state.SkipWithError("lines were lost");
 }
 
-// What is measured, in the order of the report.
-struct Jobs {
-  const std::vector<std::string> small = Chunks(kSmall);
-  const std::vector<std::string> large = Chunks(kLarge);
-  std::istringstream held{Text()};
-
-  const std::vector<std::pair<const char*, std::function<size_t()>>> list = {
-      {"DelimParser/4KiB", [this] { return Parse(small); }},
-      {"DelimParser/1MiB", [this] { return Parse(large); }},
-      {"getline/all_at_once", GetlineOfCopy},
-      {"getline/4KiB", [this] { return GetlineFed(small); }},
-      {"getline/already_held", [this] { return GetlineOfHeld(held); }},
-  };
-};
-
-// Processor time: what else the machine does is not counted.
-double Seconds(const std::function<size_t()>& job) {
-  const auto now = [] {
-    timespec time{};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
-    return static_cast<double>(time.tv_sec) + 1e-9 * static_cast<double>(time.tv_nsec);
-  };
-  const double start = now();
-  job();
-  return now() - start;
-}
-
-void PrintRatios(const Jobs& jobs) {
-  std::vector<double> best(jobs.list.size(), 1e9);
-  for (int round = 0; round < 15; ++round)
-    for (size_t i = 0; i < best.size(); ++i) best[i] = std::min(best[i], Seconds(jobs.list[i].second));
-  for (size_t peer = 2; peer < best.size(); ++peer)
-    std::printf("ratio: throughput against %s: %.2f at 4 KiB, %.2f at 1 MiB\n", jobs.list[peer].first,
-                best[peer] / best[0], best[peer] / best[1]);
-  std::printf("ratio: time of a line at 1 MiB against 4 KiB: %.2f\n", best[1] / best[0]);
-}
+BENCHMARK_CAPTURE(Cut, 4KiB, kSmall)->UseManualTime()->Unit(benchmark::kMillisecond);
+BENCHMARK_CAPTURE(Cut, 1MiB, kLarge)->UseManualTime()->Unit(benchmark::kMillisecond);
 
 }  // namespace
 
-int main(int argc, char** argv) {
-  benchmark::Initialize(&argc, argv);
-  Jobs jobs;
-  for (const auto& [name, job] : jobs.list)
-    benchmark::RegisterBenchmark(name, [&job = job](benchmark::State& state) { Run(state, job); });
-  benchmark::RunSpecifiedBenchmarks();
-  PrintRatios(jobs);
-  benchmark::Shutdown();
-  return 0;
-}
+BENCHMARK_MAIN();

@@ -19,15 +19,14 @@
 #include <unistd.h>
 #include <uv.h>
 
-#include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstdlib>
 #include <deque>
 #include <functional>
 #include <new>
 #include <vector>
 
+#include "bench/turns.h"
 #include "runtime/pollprocessor.h"
 
 namespace {
@@ -188,50 +187,21 @@ class Uv {
   std::vector<uv_timer_t> _timers;
 };
 
-// The jobs of one measurement, in turns.
-class Turns {
- public:
-  explicit Turns(std::vector<std::function<void()>> jobs) : _jobs(std::move(jobs)), _rounds(_jobs.size()) {}
-
-  // Of the first job, in seconds.
-  double Round(int events) {
-    for (size_t job = 0; job < _jobs.size(); ++job) {
-      const auto start = std::chrono::steady_clock::now();
-      for (int i = 0; i < events; ++i) _jobs[job]();
-      const std::chrono::duration<double> took = std::chrono::steady_clock::now() - start;
-      _rounds[job].push_back(took.count() / events);
-    }
-    return _rounds[0].back();
-  }
-
-  double Nanos(size_t job) const { return Median(_rounds[job]); }
-
-  // Taken round by round, so that a slow stretch of the machine counts for both.
-  double NanosAbove(size_t job, size_t base) const {
-    std::vector<double> above = _rounds[job];
-    for (size_t round = 0; round < above.size(); ++round) above[round] -= _rounds[base][round];
-    return Median(above);
-  }
-
- private:
-  static double Median(std::vector<double> rounds) {
-    std::nth_element(rounds.begin(), rounds.begin() + static_cast<ptrdiff_t>(rounds.size() / 2), rounds.end());
-    return rounds[rounds.size() / 2] * 1e9;
-  }
-
-  std::vector<std::function<void()>> _jobs;
-  std::vector<std::vector<double>> _rounds;
-};
-
 enum Job : size_t { kOwn, kBareNoWait, kBare, kEventPoll, kEvent, kUv };  // as given to Turns
 constexpr std::array<const char*, 6> kNames = {"own", "bare0", "bare", "ev_poll", "ev", "uv"};
 
+Turns InTurns(const std::array<std::function<void()>, kNames.size()>& runs) {
+  std::vector<Turns::Job> jobs;
+  for (size_t job = 0; job < runs.size(); ++job) jobs.push_back({kNames[job], runs[job]});
+  return Turns(jobs);
+}
+
 void Report(benchmark::State& state, const Turns& turns) {
-  for (size_t job = 0; job < kNames.size(); ++job) state.counters[kNames[job]] = turns.Nanos(job);
-  state.counters["overhead/ev_poll"] = turns.NanosAbove(kOwn, kBareNoWait) / turns.NanosAbove(kEventPoll, kBare);
-  state.counters["total/ev_poll"] = turns.Nanos(kOwn) / turns.Nanos(kEventPoll);
-  state.counters["total/ev"] = turns.Nanos(kOwn) / turns.Nanos(kEvent);
-  state.counters["total/uv"] = turns.Nanos(kOwn) / turns.Nanos(kUv);
+  for (size_t job = 0; job < kNames.size(); ++job) state.counters[kNames[job]] = turns.Median(job) * 1e9;
+  state.counters["overhead/ev_poll"] = turns.MedianAbove(kOwn, kBareNoWait) / turns.MedianAbove(kEventPoll, kBare);
+  state.counters["total/ev_poll"] = turns.Median(kOwn) / turns.Median(kEventPoll);
+  state.counters["total/ev"] = turns.Median(kOwn) / turns.Median(kEvent);
+  state.counters["total/uv"] = turns.Median(kOwn) / turns.Median(kUv);
 }
 
 constexpr int kEvents = 100;  // of each job in a round
@@ -257,7 +227,8 @@ void Dispatch(benchmark::State& state) {
       ReadByte(fd);
     };
   };
-  Turns turns({[&] {
+  Turns turns =
+      InTurns({[&] {
                  const int64_t before = news;
                  pipes.WriteNext();
                  Own::Pass(-1);
@@ -282,8 +253,8 @@ void Timers(benchmark::State& state) {
   Bare bare(none);
   Event event_poll(none, true, kTimers), event_default(none, false, kTimers);
   Uv uv(none, kTimers);
-  Turns turns({[] { Own::Pass(0); }, [&] { bare.Pass(0); }, [&] { bare.Pass(0); }, [&] { event_poll.Pass(0); },
-               [&] { event_default.Pass(0); }, [&] { uv.Pass(0); }});
+  Turns turns = InTurns({[] { Own::Pass(0); }, [&] { bare.Pass(0); }, [&] { bare.Pass(0); },
+                         [&] { event_poll.Pass(0); }, [&] { event_default.Pass(0); }, [&] { uv.Pass(0); }});
   for ([[maybe_unused]] auto _ : state) state.SetIterationTime(turns.Round(kEvents));
   Report(state, turns);
 }

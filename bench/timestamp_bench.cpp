@@ -4,7 +4,6 @@
 // The time shown is that of a batch of a thousand.
 
 #include <ctime>
-#include <functional>
 #include <istream>
 #include <ostream>
 #include <streambuf>
@@ -29,13 +28,6 @@ struct Buffer : std::streambuf {
   }
   std::string text;
 };
-
-template <class Job>
-std::function<void()> Batch(Job job) {
-  return [job] {
-    for (int i = 0; i < 1000; ++i) job();
-  };
-}
 
 void Read(benchmark::State& state, size_t length) {
   Buffer buffer(std::string(kText, length));

@@ -15,6 +15,14 @@
 #include <utility>
 #include <vector>
 
+// A short job many times over in one run, where a call of a std::function would count.
+template <typename Job>
+std::function<void()> Batch(Job job) {
+  return [job] {
+    for (int i = 0; i < 1000; ++i) job();
+  };
+}
+
 class Turns {
  public:
   struct Job {
@@ -36,11 +44,14 @@ class Turns {
   }
 
   // The median of one run of a job, in seconds.
-  double Median(std::size_t job) {
-    auto& seconds = _seconds[job];
-    const auto middle = seconds.begin() + static_cast<std::ptrdiff_t>(seconds.size() / 2);
-    std::nth_element(seconds.begin(), middle, seconds.end());
-    return *middle;
+  double Median(std::size_t job) const { return _MedianOf(_seconds[job]); }
+
+  // The median of what a job takes longer than another one, in seconds. Taken round by round, so that a slow stretch of
+  // the machine counts for both.
+  double MedianAbove(std::size_t job, std::size_t base) const {
+    std::vector<double> above = _seconds[job];
+    for (std::size_t round = 0; round < above.size(); ++round) above[round] -= _seconds[base][round];
+    return _MedianOf(std::move(above));
   }
 
   // The whole benchmark: rounds as long as the library asks for them, then one counter "own/NAME" for each peer.
@@ -52,6 +63,12 @@ class Turns {
   }
 
  private:
+  static double _MedianOf(std::vector<double> seconds) {
+    const auto middle = seconds.begin() + static_cast<std::ptrdiff_t>(seconds.size() / 2);
+    std::nth_element(seconds.begin(), middle, seconds.end());
+    return *middle;
+  }
+
   std::vector<Job> _jobs;
   std::vector<std::vector<double>> _seconds;
 };
