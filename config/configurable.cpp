@@ -322,8 +322,9 @@ bool Configurable::_text_of(ValueWriter value, std::string& text) const {
   std::ostringstream out;
   out.imbue(std::locale::classic());
   (this->*value)(out);
+  const bool good = !out.fail();
   text = std::move(out).str();
-  return !out.fail();
+  return good;
 }
 
 void Configurable::_write(XMLWriter& writer) const {
