@@ -4,31 +4,16 @@
 
 #include <cstdio>
 #include <fstream>
-#include <iostream>
 #include <memory>
 
 #include "bench/memory_directory.h"
+#include "bench/silence.h"
 #include "bench/turns.h"
 #include "logging/logger.h"
 
 namespace {
 
 constexpr int kLines = 20'000;  // of each job in a round
-
-// The logger tells of each file on standard output, in the middle of the results.
-class Silence {
- public:
-  Silence() : _saved(std::cout.rdbuf(nullptr)) {}
-  Silence(const Silence&) = delete;
-  Silence& operator=(const Silence&) = delete;
-  ~Silence() {
-    std::cout.rdbuf(_saved);
-    std::cout.clear();
-  }
-
- private:
-  std::streambuf* _saved;
-};
 
 void WriteLines(benchmark::State& state) {
   const MemoryDirectory directory;
