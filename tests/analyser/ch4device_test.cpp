@@ -8,7 +8,9 @@
 
 #include "emulators/analyser.h"
 #include "runtime/datachecksum.h"
+#include "tests/support/avahi_hosts.h"
 #include "tests/support/captured_output.h"
+#include "tests/support/poll_runner.h"
 
 namespace {
 
@@ -22,7 +24,11 @@ std::string Closed(std::string line) {
 
 class CH4DeviceTest : public testing::Test, public CH4Device::Listener {
  protected:
-  CH4DeviceTest() { device->RegisterListener(this); }
+  CH4DeviceTest() {
+    AvahiHosts::UseNone();
+    device = std::make_unique<CH4Device>(false);
+    device->RegisterListener(this);
+  }
   ~CH4DeviceTest() noexcept override {}
 
   void GotCH4Data(const CH4Data& data) override { record = data; }
@@ -33,7 +39,7 @@ class CH4DeviceTest : public testing::Test, public CH4Device::Listener {
     return record;
   }
 
-  std::unique_ptr<CH4Device> device = std::make_unique<CH4Device>(false);
+  std::unique_ptr<CH4Device> device;
   std::optional<CH4Data> record;
 };
 
@@ -52,66 +58,49 @@ TEST_F(CH4DeviceTest, ReadsTheLinesOfAnAnalyser) {
 }
 
 TEST_F(CH4DeviceTest, GivesARecordOrNone) {
-  struct Expected {
-    int32_t seconds;
-    int32_t nanoseconds;
-    double ch4d, ch4, aux4;
-    uint32_t flags;
-  };
-  constexpr double kNone = CH4Unavailable;
-  const std::string header = "DATAH\tSECONDS\tNANOSECONDS\tDIAG\tCH4\tAUX4\tCHK\n";
+  constexpr double kNone = CH4Unavailable, kMax = std::numeric_limits<double>::max();
+  const std::string header = "DATAH\tSECONDS\tNANOSECONDS\tDIAG\tCH4\tAUX4\tCHK\n", old_header = "DATAH\tCH4\tCH4\t";
   const std::string diag = "DATADIAGH\tNOSIGNAL\tBADTEMP\tPUMPON\tMOTORSPINNING\tLASTERTEMPUNREG\tCHK\n";
   const auto with_diag = [](const char* word) { return Closed(std::string("DATA\t5\t6\t") + word + "\t2\t3\t"); };
-  std::string long_header = "DATADIAGH";
-  for (int i = 0; i < 32; ++i) long_header += "\tB" + std::to_string(i);
+  std::string many = "DATADIAGH";
+  for (int i = 0; i < 31; ++i) many += "\tB" + std::to_string(i);
+  // clang-format off
   const struct {
     const char* name;
     std::vector<std::string> lines;
-    std::optional<Expected> expected;
+    std::vector<double> record;  // seconds, nanoseconds, CH4D, CH4, AUX4, errorFlags
   } rows[] = {
-      {"no header yet", {Closed("DATA\t1\t2\t")}, {{0, 0, kNone, kNone, kNone, 0}}},
-      {"all columns", {header, with_diag("0")}, {{5, 6, kNone, 2, 3, 0}}},
+      {"no header yet", {Closed("DATA\t1\t2\t")}, {0, 0, kNone, kNone, kNone, 0}},
+      {"all columns", {header, with_diag("0")}, {5, 6, kNone, 2, 3, 0}},
       {"too few words", {Closed("DATA\t5\t6\t0\t2\t")}, {}},
-      {"too few words and a wrong sum", {"DATA\t5\t6\t0\t2\t  1\n"}, {}},
       {"wrong sum", {"DATA\t5\t6\t0\t2\t3\t  1\n"}, {}},
       {"sum that is no number", {"DATA\t5\t6\t0\t2\t3\tabc\n"}, {}},
-      {"sum with zeros, and words in plenty", {"DATA\t5 6\v0 2 3\t 9 9\t082\n"}, {{5, 6, kNone, 2, 3, 0}}},
-      {"no numbers", {Closed("DATA\tx\t\t-\t.\tnan\tinf\t")}, {{0, 0, kNone, 0, 0, 0}}},
-      {"numbers with a tail", {Closed("DATA\t7s\t-8.5\t0\t1e1x\t+.5\t")}, {{7, -8, kNone, 10, 0.5, 0}}},
-      {"numbers beyond",
-       {Closed("DATA\t3000000000\t-3000000000\t0\t1e-400\t1e400\t")},
-       {{INT32_MAX, INT32_MIN, kNone, 0, std::numeric_limits<double>::max(), 0}}},
+      {"sum with zeros, words in plenty", {"DATA\t5 6\v0 2 3\t 9 9\t082\n"}, {5, 6, kNone, 2, 3, 0}},
+      {"no numbers", {Closed("DATA\tx\t\t-\t.\tnan\tinf\t")}, {0, 0, kNone, 0, 0, 0}},
+      {"numbers with a tail", {Closed("DATA\t7s\t-8.5\t0\t1e1x\t+.5\t")}, {7, -8, kNone, 10, 0.5, 0}},
+      {"too large", {Closed("DATA\t3000000000\t-3000000000\t0\t1e-400\t1e400\t")},
+       {INT32_MAX, INT32_MIN, kNone, 0, kMax, 0}},
       {"nine bytes", {"DATA\t  69\n"}, {}},
-      {"another word",
-       {Closed("DATAX\t5\t6\t0\t2\t3\t"), Closed("data\t5\t6\t0\t2\t3\t"), Closed("XDATA\t5\t6\t")},
-       {}},
-      {"bits without names", {with_diag("4294967295")}, {{5, 6, kNone, 2, 3, 0}}},
-      {"failure", {diag, with_diag("1")}, {{5, 6, kNone, 2, 3, 544}}},
-      {"warning", {with_diag("2")}, {{5, 6, kNone, 2, 3, 32}}},
-      {"another warning", {with_diag("8")}, {{5, 6, kNone, 2, 3, 32}}},
-      {"another failure, and a warning", {with_diag("18")}, {{5, 6, kNone, 2, 3, 544}}},
-      {"neither", {with_diag("4294967268")}, {{5, 6, kNone, 2, 3, 0}}},
-      {"other meanings", {"DATADIAGH\tX\tNOTREADY\n", with_diag("2")}, {{5, 6, kNone, 2, 3, 544}}},
-      {"32nd bit",
-       {long_header.substr(0, long_header.size() - 3) + "NOTREADY\n", with_diag("2147483648")},
-       {{5, 6, kNone, 2, 3, 544}}},
-      {"33rd name", {long_header + "\tNOTREADY\n", with_diag("4294967295")}, {{5, 6, kNone, 2, 3, 0}}},
-      {"repeated names, and so a column unread",
-       {"DATAH\tCH4\tCH4\tCH4D\tAUX4\n", Closed("DATA\t1\t2\t3\t4\t")},
-       {{0, 0, 3, 2, kNone, 0}}},
-      {"time unread", {"DATAH\tCH4\tCH4\tSECONDS\n", Closed("DATA\t1\t2\t3\t4\t")}, {{0, 0, kNone, 2, kNone, 0}}},
-      {"a header of nothing", {"DATAH     \n", Closed("DATA\t5\t6\t")}, {{0, 0, kNone, kNone, kNone, 0}}},
-  };
+      {"other words", {Closed("DATAX\t5\t6\t0\t2\t3\t"), Closed("data\t5\t6\t0\t2\t3\t")}, {}},
+      {"bits without names", {with_diag("4294967295")}, {5, 6, kNone, 2, 3, 0}},
+      {"failure", {diag, with_diag("1")}, {5, 6, kNone, 2, 3, 544}},
+      {"warning", {with_diag("2")}, {5, 6, kNone, 2, 3, 32}},
+      {"another warning", {with_diag("8")}, {5, 6, kNone, 2, 3, 32}},
+      {"failure and warning", {with_diag("18")}, {5, 6, kNone, 2, 3, 544}},
+      {"neither", {with_diag("4294967268")}, {5, 6, kNone, 2, 3, 0}},
+      {"other meanings", {"DATADIAGH\tX\tNOTREADY\n", with_diag("2")}, {5, 6, kNone, 2, 3, 544}},
+      {"32nd bit", {many + "\tNOTREADY\n", with_diag("2147483648")}, {5, 6, kNone, 2, 3, 544}},
+      {"33rd name", {many + "\tX\tNOTREADY\n", with_diag("4294967295")}, {5, 6, kNone, 2, 3, 0}},
+      {"column unread", {old_header + "CH4D\tAUX4\n", Closed("DATA\t1\t2\t3\t4\t")}, {0, 0, 3, 2, kNone, 0}},
+      {"time unread", {old_header + "SECONDS\n", Closed("DATA\t1\t2\t3\t4\t")}, {0, 0, kNone, 2, kNone, 0}},
+      {"header of nothing", {"DATAH     \n", Closed("DATA\t5\t6\t")}, {0, 0, kNone, kNone, kNone, 0}}};
+  // clang-format on
   for (const auto& row : rows) {
-    const auto got = After(row.lines);
-    ASSERT_EQ(row.expected.has_value(), got.has_value()) << row.name;
-    if (!got) continue;
-    EXPECT_EQ(row.expected->seconds, got->seconds) << row.name;
-    EXPECT_EQ(row.expected->nanoseconds, got->nanoseconds) << row.name;
-    EXPECT_EQ(row.expected->ch4d, got->values[0]) << row.name;
-    EXPECT_EQ(row.expected->ch4, got->values[1]) << row.name;
-    EXPECT_EQ(row.expected->aux4, got->values[9]) << row.name;
-    EXPECT_EQ(row.expected->flags, got->errorFlags) << row.name;
+    std::vector<double> got;
+    if (const auto data = After(row.lines))
+      got = {double(data->seconds), double(data->nanoseconds), data->values[0],
+             data->values[1],       data->values[9],           double(data->errorFlags)};
+    EXPECT_EQ(row.record, got) << row.name;
   }
 }
 
@@ -147,6 +136,54 @@ TEST_F(CH4DeviceTest, LooksAtNothingWithoutAListenerAndMayBeDestroyedByIt) {
   device->RegisterListener(&destroyer);
   After({Closed("DATA\t2\t1\t")});
   EXPECT_FALSE(device);
+}
+
+// The analyser is a service of one host, goes away, and comes back as the same service of another. It is found at its
+// link-local address, whatever other ones it has. Time is real here, as it is for the daemons.
+TEST_F(CH4DeviceTest, FollowsAnAnalyserByItsName) {
+  if (const std::string why = AvahiHosts::Missing(); !why.empty()) GTEST_SKIP() << why;
+  const AvahiHosts hosts;
+  device = std::make_unique<CH4Device>(true);
+  device->RegisterListener(this);
+  Head::Listener nobody;
+  Head other(&nobody, Analyser::kType, false);  // takes the port that is announced
+
+  std::optional<Analyser> analyser, second;
+  const auto start = [&hosts](int host, std::optional<Analyser>& which, int port, const char* name) {
+    hosts.Use(host);
+    hosts.InNetwork(host, [&] { which.emplace("::", port).Announce(name); });
+  };
+  std::string told;
+  const auto records_come = [&](int bound = 20'000) {
+    bool came = false;
+    record.reset();
+    const CapturedOutput output;
+    if (device->GetHead().ConnectedTo().empty()) device->GetHead().Connect("tn-5500");
+    hosts.InNetwork(0, [&] { came = PollUntil([this] { return record.has_value(); }, bound); });
+    told = output.Text();
+    return came;
+  };
+  start(1, analyser, 5500, "TN-5500");
+  start(1, second, 0, "TN-5500-2");
+  EXPECT_TRUE(records_come());
+  EXPECT_THAT(told, testing::HasSubstr("Got address: " + AvahiHosts::IPv4(1) + '\n'));
+  EXPECT_THAT(told, testing::HasSubstr("Connecting to: " + AvahiHosts::LinkLocal(1) + '\n'));
+  EXPECT_EQ(
+      "<tarno><tn5500><output><rate>10</rate><waveforms>false</waveforms><status>false</status>"
+      "<dataclock>false</dataclock></output></tn5500></tarno>",
+      analyser->Commands().at(0));
+  hosts.InNetwork(0, [&] {
+    other.Connect("TN-5500-2");
+    EXPECT_TRUE(PollUntil([&] { return other.IsConnected(); }, 20'000));
+  });
+
+  analyser->Vanish();
+  EXPECT_FALSE(records_come(3'000));
+  EXPECT_THAT(told, testing::EndsWith("Attempting to connect to: tn-5500\nNo host info\n"));
+  start(0, analyser, 5500, "TN-5500");
+  EXPECT_TRUE(records_come());
+  EXPECT_THAT(told, testing::HasSubstr("Connecting to: " + AvahiHosts::LinkLocal(0) + '\n'));
+  other.Disconnect();
 }
 
 }  // namespace
