@@ -12,8 +12,8 @@
 //   destruction                                                no
 //
 // Only WriteDATA opens a file, and only while logging is on and mount path, host name, date and time are known. A line
-// that finds no file is lost without a message; the next one tries again. Lines are
-// not flushed one by one: they go to the disk as whole lines, 8 KiB at a time and when the file ends.
+// that finds no file is lost without a message; the next one tries again. Lines are not flushed one by one: they go to
+// the disk as whole lines, 8 KiB at a time and when the file ends.
 //
 // A failed write (the disk is full, or has gone) leaves the file open and in the error state, which only the end of
 // the file clears: the lines until then are lost. A failed renaming leaves the name as it was. Neither throws, and

@@ -4,29 +4,28 @@
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
+#include <csignal>
+#include <cstdio>
 #include <ctime>
-#include <functional>
-#include <limits>
-#include <map>
+#include <random>
+#include <sstream>
 
+#include "runtime/datachecksum.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/poll_runner.h"
 #include "tests/support/temp_directory.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 
+using Names = std::set<std::string>;
+const std::string kName = "head-2024-05-01T123000";
 const std::string kHeader =
     "Model:\tGPS Logger\nFile Type:\t2\nInstrument:\thead\nSerial Number:\tTG20\nSoftware Version:\t1.0.2\n"
     "Timestamp:\t2024-05-01 12:30:00\nTimezone:\tUTC\nDATAH\tSECONDS\tCHK\n";
-const std::string kName = "head-2024-05-01T123000";
-using Names = std::set<std::string>;
 
-// A logger that needs nothing but a line to open kName. The zip programs, nobody's children, come to the test, which
-// can wait for them.
+// A logger that needs nothing but a line to open kName. The zip programs become children of the test.
 class LoggerTest : public testing::Test {
  protected:
   LoggerTest() {
@@ -34,16 +33,12 @@ class LoggerTest : public testing::Test {
     logger.SetSN("TG20");
     logger.SetVersion("1.0.2");
     logger.SetDATAH("DATAH\tSECONDS\tCHK\n");
-    SetName();
-  }
-
-  ~LoggerTest() noexcept override { prctl(PR_SET_CHILD_SUBREAPER, 0); }
-
-  void SetName() {
     logger.SetMountPath(disk.Path());
     logger.SetHostname("head");
     logger.SetDateTime("2024-05-01", "12:30:00");
   }
+
+  ~LoggerTest() noexcept override { prctl(PR_SET_CHILD_SUBREAPER, 0); }
 
   // Waits for each zip and gives their count.
   static int Packed() {
@@ -52,10 +47,24 @@ class LoggerTest : public testing::Test {
     return count;
   }
 
-  std::string Unpack(const std::string& name) const {
+  std::string Unpacked(const std::string& name) const {
+    if (!name.ends_with(".zip")) return disk.Read(name);
     std::string text;
     EXPECT_EQ(0, RunProgramCaptureStdout("/usr/bin/unzip -p " + disk / name, text));
     return text;
+  }
+
+  // A line with its run and time every 10 seconds; a file for each hour, named by the time of its first line.
+  void LogLines(int run, int begin, int end) {
+    for (int now = begin; now < end; now += 10) {
+      logger.SetDateTime("2024-05-01", std::to_string(now));
+      logger.SetSeconds(now);
+      if (now == begin) logger.SetSplitSeconds(3600);
+      std::string line = "DATA\t" + std::to_string(run) + '\t' + std::to_string(now) + '\t';
+      line.append(now % 193, '-') += '\t';
+      AppendCheckSum(line);
+      logger.WriteDATA(line, 0);
+    }
   }
 
   const TempDirectory disk;
@@ -64,98 +73,94 @@ class LoggerTest : public testing::Test {
 
 TEST_F(LoggerTest, AFileFromItsFirstLineToItsName) {
   const CapturedOutput output;
-  EXPECT_EQ(Names(), disk.Names());
   EXPECT_EQ(2, logger.USBState());
+  disk.Write(kName + ".txt.part", "before a power cut\nunfini");
   logger.WriteDATA("1\n", 0);
   EXPECT_EQ(1, logger.USBState());
   EXPECT_EQ(1, logger.USBState());
   logger.SetDateTime("2024-05-02", "00:00:00");
   logger.SetDATAH("DATAH\tCHK\n");
-  logger.WriteDATA("2", 0);
-  EXPECT_EQ(Names{kName + ".txt.part"}, disk.Names());
-  logger.StopLogging();
+  const std::string longer(20'000, '2');
+  logger.WriteDATA(longer, 0);
+  logger.WriteDATA("3\n", 0);
+  logger.SetVersion("");
   logger.StopLogging();
   logger.WriteDATA("lost\n", 0);
-  EXPECT_EQ(Names{kName + ".txt"}, disk.Names());
-  EXPECT_EQ(kHeader + "1\nDATAH\tCHK\n2", disk.Read(kName + ".txt"));
-  const std::string part = "logging to file: " + (disk / kName) + ".txt.part\n";
-  EXPECT_EQ("Logger::USBState: not logging\nL" + part.substr(1) + "Logger::USBState: logging\nStopped " + part,
+  EXPECT_EQ(1, Packed());
+  EXPECT_EQ(Names{kName + ".zip"}, disk.Names());
+  EXPECT_EQ("before a power cut\nunfini" + kHeader + "1\nDATAH\tCHK\n" + longer + "3\n", Unpacked(kName + ".zip"));
+  const std::string state = "Logger::USBState: ", part = "ogging to file: " + (disk / kName) + ".txt.part\n";
+  EXPECT_EQ(state + "not logging\nL" + part + state + "logging\nStopped l" + part +
+                "Zipping up file: " + (disk / kName) + ".txt\n",
             output.Text());
-}
-
-TEST_F(LoggerTest, WhatAPowerCutHasLeftIsContinued) {
-  disk.Write(kName + ".txt.part", "old\nunfini");
-  disk.Write(kName + ".txt/in the way", "");
-  logger.WriteDATA("1\n", 0);
-  logger.StopLogging();  // the renaming fails
-  EXPECT_EQ("old\nunfini" + kHeader + "1\n", disk.Read(kName + ".txt.part"));
+  logger.SetSeconds(INT32_MAX);
+  logger.SetSplitSeconds(INT32_MAX);  // no overflow
 }
 
 TEST_F(LoggerTest, NoFileWithoutAllThatItNeeds) {
-  const struct {
-    const char* row;
-    std::function<void()> spoil;
-    int state;
-  } rows[] = {
-      {"no disk", [&] { logger.SetMountPath(""); }, 0},
-      {"no such directory", [&] { logger.SetMountPath(disk / "missing"); }, 2},
-      {"no host name", [&] { logger.SetHostname(""); }, 2},
-      {"no date", [&] { logger.SetDateTime("", "12:30:00"); }, 2},
-      {"no time", [&] { logger.SetDateTime("2024-05-01", ""); }, 2},
-      {"stopped", [&] { logger.StopLogging(); }, 2},
-  };
-  for (const auto& row : rows) {
-    row.spoil();
+  for (const std::string missing : {"disk", "directory", "host name", "date", "time"}) {
+    logger.SetMountPath(missing == "disk" ? "" : missing == "directory" ? disk / "missing" : disk.Path());
+    logger.SetHostname(missing == "host name" ? "" : "head");
+    logger.SetDateTime(missing == "date" ? "" : "2024-05-01", missing == "time" ? "" : "12:30:00");
     logger.WriteDATA("lost\n", 0);
-    EXPECT_EQ(row.state, logger.USBState()) << row.row;
-    SetName();
+    EXPECT_EQ(missing == "disk" ? 0 : 2, logger.USBState()) << missing;
+    EXPECT_EQ(Names(), disk.Names()) << missing;
   }
-  EXPECT_EQ(Names(), disk.Names());
 }
 
 TEST_F(LoggerTest, AnotherHeaderTextEndsAndPacksTheFile) {
-  const std::pair<void (Logger::*)(const std::string&), const char*> rows[] = {{&Logger::SetHostname, "head"},
-                                                                               {&Logger::SetSN, "TG20"},
-                                                                               {&Logger::SetVersion, "1.0.2"},
-                                                                               {&Logger::SetTimezone, "UTC"}};
-  for (const auto& [set, same] : rows) {
+  for (const auto set : {&Logger::SetHostname, &Logger::SetSN, &Logger::SetVersion, &Logger::SetTimezone}) {
     logger.WriteDATA("1\n", 0);
-    (logger.*set)(same);
+    (logger.*set)("other");
+    EXPECT_EQ(1, Packed());
     logger.WriteDATA("2\n", 0);
     (logger.*set)("other");
-    EXPECT_EQ(1, Packed()) << same;
-    EXPECT_EQ(Names{kName + ".zip"}, disk.Names()) << same;
-    EXPECT_EQ(kHeader + "1\n2\n", Unpack(kName + ".zip")) << same;
-    DeleteFile((disk / kName) + ".zip");
-    (logger.*set)(same);
+    EXPECT_EQ(0, Packed());
   }
+  logger.StopLogging();
+  EXPECT_EQ(
+      "Model:\tGPS Logger\nFile Type:\t2\nInstrument:\tother\nSerial Number:\tother\nSoftware Version:\tother\n"
+      "Timestamp:\t2024-05-01 12:30:00\nTimezone:\tother\nDATAH\tSECONDS\tCHK\n2\n",
+      disk.Read("other-2024-05-01T123000.txt"));
 }
 
-TEST_F(LoggerTest, FilesEndAtMultiplesOfThePeriod) {
-  const int64_t first_expiry = logger.Expiry();
-  VirtualTime clock(VirtualTime::kDefaultWall + 1234);
-  std::map<long, std::string> expected;  // the lines, by the multiple
-  for (int i = 0; i < 6 * 360; ++i) {
-    const time_t now = time(nullptr);
-    char text[32];
-    std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", std::gmtime(&now));
-    logger.SetDateTime(std::string(text, 10), text + 11);
-    logger.SetSeconds(now);
-    if (i == 0) logger.SetSplitSeconds(3600);
-    const std::string line = std::to_string(now) + "\n";
-    expected[now / 3600] += line;
-    logger.WriteDATA(line, 0);
-    PollFor(10'000);
+TEST_F(LoggerTest, KilledAtAnyMomentItLeavesWholeLinesAndGoesOn) {
+  constexpr int kRuns = 201, kHour = 3'600;
+  std::mt19937 random(kRuns);
+  int begin = 1'000'000'123;
+  for (int run = 1; run < kRuns; ++run) {
+    const itimerspec moment{{}, {0, 1'000 + static_cast<long>(random() % 10'000'000)}};  // nanoseconds
+    const auto body = [&] {
+      sigevent event = {{}, SIGKILL, SIGEV_SIGNAL, {}};
+      timer_t timer;
+      timer_create(CLOCK_MONOTONIC, &event, &timer);
+      timer_settime(timer, 0, &moment, nullptr);
+      LogLines(run, begin, INT32_MAX);
+    };
+    EXPECT_EQ(SIGKILL, RunInChild(body).signal);
+    Packed();
+    // The next run goes on with the file that was open, or begins another.
+    for (const auto& name : disk.Names())
+      begin = std::stoi(name.substr(kName.find('T') + 1)) + (name.ends_with(".part") ? 0 : kHour);
   }
-  EXPECT_EQ(0, (logger.Expiry() - first_expiry) % 60'000'000'000);
-  EXPECT_EQ(6, Packed());
+  LogLines(kRuns, begin, begin + 5 * kHour);
   logger.StopLogging();
-  ASSERT_EQ(expected.size(), disk.Names().size());
-  auto file = expected.begin();
-  for (const auto& name : disk.Names())  // all but the last are packed
-    EXPECT_EQ(file++->second, (name.back() == 'p' ? Unpack(name) : disk.Read(name)).substr(kHeader.size())) << name;
-  logger.SetSeconds(std::numeric_limits<int32_t>::max());
-  logger.SetSplitSeconds(std::numeric_limits<int32_t>::max());  // no overflow
+  Packed();
+
+  std::pair<int, int> last, line;  // run and time
+  for (const auto& name : disk.Names()) {
+    const int first = std::stoi(name.substr(kName.find('T') + 1));  // the time of the first line
+    std::istringstream lines(Unpacked(name));
+    for (std::string text; std::getline(lines, text) && !lines.eof(); last = line) {
+      if (text.ends_with("Model:\tGPS Logger")) continue;  // perhaps behind the piece of a line
+      if (kHeader.find(text.substr(0, text.find('\t') + 1)) != std::string::npos) continue;
+      EXPECT_TRUE(CheckSumAgrees(text + '\n')) << name << ": " << text;
+      std::sscanf(text.c_str(), "DATA\t%d\t%d\t", &line.first, &line.second);
+      EXPECT_EQ(line.first == last.first ? last.second + 10 : first, line.second) << name;
+      EXPECT_EQ(first / kHour, line.second / kHour) << name;
+    }
+  }
+  EXPECT_EQ(std::pair(kRuns, begin + 5 * kHour - 10), last);
 }
 
 TEST_F(LoggerTest, AFullDiskShowsUntilTheFileEnds) {
@@ -169,8 +174,7 @@ TEST_F(LoggerTest, AFullDiskShowsUntilTheFileEnds) {
     for (int i = 0; i < 10'000; ++i) logger.WriteDATA("lost\n", 0);
     EXPECT_EQ(3, logger.USBState());
     logger.StopLogging();
-    EXPECT_LT(40'000u, FileSize((disk / kName) + ".txt"));
-    EXPECT_EQ(0u, text.find(disk.Read(kName + ".txt")));
+    EXPECT_EQ(text.substr(0, 65'536 - 20'480), disk.Read(kName + ".txt"));  // whole pages
     logger.StartLogging();
     logger.WriteDATA("1\n", 0);
     EXPECT_EQ(1, logger.USBState());
