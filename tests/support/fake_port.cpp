@@ -10,10 +10,6 @@ int __real_tcgetattr(int fd, termios* settings);
 int __real_tcsetattr(int fd, int when, const termios* settings);
 int __real_cfsetospeed(termios* settings, speed_t speed);
 int __real_tcsendbreak(int fd, int duration);
-int __wrap_tcgetattr(int fd, termios* settings);
-int __wrap_tcsetattr(int fd, int when, const termios* settings);
-int __wrap_cfsetospeed(termios* settings, speed_t speed);
-int __wrap_tcsendbreak(int fd, int duration);
 }
 
 namespace {
@@ -54,24 +50,20 @@ FakePort::~FakePort() {
   current = nullptr;
 }
 
+extern "C" {
 int __wrap_tcgetattr(int fd, termios* settings) {
-  if (Fails("tcgetattr")) return -1;
   if (current == nullptr) return __real_tcgetattr(fd, settings);
-  *settings = current->settings;
-  return 0;
+  return Fails("tcgetattr") ? -1 : (*settings = current->settings, 0);
 }
-
 int __wrap_tcsetattr(int fd, int when, const termios* settings) {
-  if (Fails("tcsetattr")) return -1;
   if (current == nullptr) return __real_tcsetattr(fd, when, settings);
-  current->settings = *settings;
-  return 0;
+  return Fails("tcsetattr") ? -1 : (current->settings = *settings, 0);
 }
-
 int __wrap_cfsetospeed(termios* settings, speed_t speed) {
   return Fails("cfsetospeed") ? -1 : __real_cfsetospeed(settings, speed);
 }
 
 int __wrap_tcsendbreak(int fd, int duration) {
   return Fails("tcsendbreak") ? -1 : __real_tcsendbreak(fd, duration);
+}
 }

@@ -7,14 +7,17 @@
 
 #include <functional>
 #include <optional>
+#include <utility>
 
 class IoctlHook {
  public:
   // The result of the call, with errno set for -1; nothing to let it pass.
   using Answer = std::function<std::optional<int>(int fd, unsigned long request, void* argument)>;
 
-  explicit IoctlHook(Answer answer);
+  explicit IoctlHook(Answer answer) { hook = std::move(answer); }
   IoctlHook(const IoctlHook&) = delete;
   IoctlHook& operator=(const IoctlHook&) = delete;
-  ~IoctlHook();
+  ~IoctlHook() { hook = nullptr; }
+
+  static inline Answer hook;  // the present one
 };

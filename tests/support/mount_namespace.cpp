@@ -42,11 +42,10 @@ void MountCopy(const std::string& target) {
   namespace fs = std::filesystem;
   const TempDirectory aside;
   MountEmpty(aside.Path());
-  for (const auto& entry : fs::directory_iterator(target)) {
-    std::error_code left_out;
-    fs::copy(entry.path(), aside / entry.path().filename(),
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks, left_out);
-  }
+  constexpr auto kAll = fs::copy_options::recursive | fs::copy_options::copy_symlinks;
+  std::error_code left_out;
+  for (const auto& entry : fs::directory_iterator(target))
+    fs::copy(entry.path(), aside / entry.path().filename(), kAll, left_out);
   MountOver(aside.Path(), target);
   umount2(aside.Path().c_str(), MNT_DETACH);
 }

@@ -4,14 +4,28 @@
 
 #pragma once
 
-#include <functional>
+#include <algorithm>
+
+#include "runtime/pollprocessor.h"
 
 // True when `done` became true within `bound` milliseconds; it is asked before each pass. What is due at the
 // very end of the bound still happens. Ends early, with the last answer of `done`, when the loop quits.
-bool PollUntil(const std::function<bool()>& done, int bound = 10'000);
+template <typename Done>
+bool PollUntil(Done done, int bound = 10'000) {
+  const int64_t end = PollTimer::Now() + bound * int64_t{1'000'000};
+  while (!done()) {
+    const int64_t left = std::max<int64_t>(end - PollTimer::Now(), 0);
+    if (!PollProcessor::Instance().Poll(static_cast<int>((left + 999'999) / 1'000'000)) || left == 0) return done();
+  }
+  return true;
+}
 
 // Lets the loop run for this long, in milliseconds.
-void PollFor(int duration);
+inline void PollFor(int duration) {
+  PollUntil([] { return false; }, duration);
+}
 
 // Single passes that don't wait.
-void PollPasses(int count);
+inline void PollPasses(int count) {
+  while (count-- > 0) PollProcessor::Instance().Poll(0);
+}

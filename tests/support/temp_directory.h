@@ -2,27 +2,47 @@
 
 #pragma once
 
+#include <cstdlib>
 #include <filesystem>
+#include <fstream>
+#include <iterator>
 #include <set>
 #include <string>
 
 class TempDirectory {
  public:
-  TempDirectory();
+  TempDirectory() {
+    std::string name = std::filesystem::temp_directory_path() / "moorlog-test-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error(name);
+    _path = std::filesystem::canonical(name);
+  }
   TempDirectory(const TempDirectory&) = delete;
   TempDirectory& operator=(const TempDirectory&) = delete;
-  ~TempDirectory();
+  ~TempDirectory() {
+    std::error_code ignored;
+    std::filesystem::remove_all(_path, ignored);
+  }
 
   // Absolute, without a slash at the end.
   std::string Path() const { return _path.string(); }
   std::string operator/(const std::string& name) const { return (_path / name).string(); }
 
   // Replaces the file; directories on the way to it are made.
-  void Write(const std::string& name, const std::string& content) const;
+  void Write(const std::string& name, const std::string& content) const {
+    std::filesystem::create_directories((_path / name).parent_path());
+    std::ofstream(_path / name, std::ios::binary) << content;
+  }
   // Empty when there is no such file.
-  std::string Read(const std::string& name) const;
+  std::string Read(const std::string& name) const {
+    std::ifstream file(_path / name, std::ios::binary);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
   // Of all entries, bare.
-  std::set<std::string> Names() const;
+  std::set<std::string> Names() const {
+    std::set<std::string> names;
+    for (const auto& entry : std::filesystem::directory_iterator(_path)) names.insert(entry.path().filename());
+    return names;
+  }
 
  private:
   std::filesystem::path _path;

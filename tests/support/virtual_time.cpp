@@ -6,7 +6,6 @@
 
 #include <algorithm>
 #include <atomic>
-#include <cerrno>
 #include <csignal>
 #include <ctime>
 #include <limits>
@@ -18,10 +17,6 @@ int __real_poll(pollfd* fds, nfds_t count, int timeout);
 int __real_clock_gettime(clockid_t clock, timespec* now);
 int __real_gettimeofday(timeval* now, void* zone);
 time_t __real_time(time_t* now);
-int __wrap_poll(pollfd* fds, nfds_t count, int timeout);
-int __wrap_clock_gettime(clockid_t clock, timespec* now);
-int __wrap_gettimeofday(timeval* now, void* zone);
-time_t __wrap_time(time_t* now);
 }
 
 namespace {
@@ -63,9 +58,7 @@ int RunScheduled(pollfd* fds, nfds_t count) {
   while (!scheduled.empty() && scheduled.begin()->first <= monotonic) scheduled.extract(scheduled.begin()).mapped()();
   const timespec at_once = {};
   const int result = ppoll(fds, count, &at_once, &previous);
-  const int error = errno;
-  pthread_sigmask(SIG_SETMASK, &previous, nullptr);
-  errno = error;
+  pthread_sigmask(SIG_SETMASK, &previous, nullptr);  // leaves errno alone
   return result;
 }
 
@@ -95,6 +88,7 @@ int64_t Wall() {
 
 }  // namespace
 
+extern "C" {
 int __wrap_poll(pollfd* fds, nfds_t count, int timeout) {
   if (!on || !pthread_equal(owner, pthread_self())) return __real_poll(fds, count, timeout);
   return timeout == 0 ? Spin(__real_poll(fds, count, 0)) : Sleep(fds, count, timeout);
@@ -123,6 +117,7 @@ time_t __wrap_time(time_t* now) {
   if (now != nullptr) *now = seconds;
   return seconds;
 }
+}
 
 VirtualTime::VirtualTime(int64_t wall_seconds) {
   owner = pthread_self();
@@ -139,10 +134,6 @@ VirtualTime::~VirtualTime() {
 
 void VirtualTime::AdvanceNanoseconds(int64_t nanoseconds) {
   monotonic += nanoseconds;
-}
-
-void VirtualTime::StepWall(int64_t milliseconds) {
-  wall_ahead += milliseconds * kNanosPerMilli;
 }
 
 void VirtualTime::Schedule(int64_t milliseconds, std::function<void()> action) {
