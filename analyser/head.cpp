@@ -55,14 +55,12 @@ Head::Listener* Checked(Head::Listener* listener) {
 
 }  // namespace
 
-// NOLINTBEGIN(performance-unnecessary-value-param): those who override them may keep the strings
 void Head::Listener::HeadOpened() {}
 void Head::Listener::HeadClosed() {}
 void Head::Listener::HeadConnected(std::string) {}
 void Head::Listener::HeadGotLine(std::string) {}
 void Head::Listener::HeadGotBLOB(std::string) {}
 void Head::Listener::HeadGotRaw(std::string) {}
-// NOLINTEND(performance-unnecessary-value-param)
 
 class Head::Private : public PollItem, public PollTimer {
  public:

@@ -61,11 +61,9 @@ std::map<std::string, std::string> TxtPairs(AvahiStringList* list) {
 
 }  // namespace
 
-// NOLINTBEGIN(performance-unnecessary-value-param): those who override them may keep the strings
 void BonjourClientListener::ServiceRegistered(std::string, std::string, std::string) {}
 
 void BonjourClientListener::ServiceError(std::string) {}
-// NOLINTEND(performance-unnecessary-value-param)
 
 void _AvahiStringList::AddString(const std::string& text) {
   if (text.empty()) return;
