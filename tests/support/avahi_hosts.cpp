@@ -2,101 +2,77 @@
 
 #include <fcntl.h>
 #include <net/if.h>
-#include <poll.h>
 #include <sched.h>
-#include <sys/mount.h>
-#include <sys/prctl.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdio>
 #include <cstdlib>
-#include <filesystem>
 #include <stdexcept>
-
-#include "runtime/errnoexcept.h"
-#include "tests/support/child_process.h"
-#include "tests/support/mount_namespace.h"
+#include <utility>
 
 namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int kPatience = 20'000;  // milliseconds until a daemon has to be ready
-constexpr const char* kDaemon = "/usr/sbin/avahi-daemon";
-constexpr const char* kBus = "/usr/bin/dbus-daemon";
-constexpr const char* kBusPolicy = R"(<busconfig>
-  <type>system</type>
-  <listen>unix:path=FOLDER/bus</listen>
-  <auth>EXTERNAL</auth>
-  <policy context="default">
-    <allow user="*"/><allow own="*"/><allow send_destination="*"/><allow receive_sender="*"/>
-  </policy>
-</busconfig>
-)";
-constexpr const char* kDaemonSettings = R"([server]
-host-name=NAME
-allow-interfaces=eth0
-entries-per-entry-group-max=100
-[publish]
-publish-hinfo=no
-publish-workstation=no
-)";
-
-std::string With(std::string text, const std::string& mark, const std::string& value) {
-  return text.replace(text.find(mark), mark.size(), value);
-}
+constexpr const char* kBusSettings =
+    "</listen><type>system</type><auth>EXTERNAL</auth><policy context='default'><allow user='*'/><allow own='*'/>"
+    "<allow send_destination='*'/><allow receive_sender='*'/></policy></busconfig>";
+constexpr const char* kDaemonSettings = "\nallow-interfaces=eth0\nentries-per-entry-group-max=100\n";
 
 // The library reads the address of the bus once in the life of a process, so the address stays and what stands there
 // changes: a link to the bus of the host in use.
 const std::string& BusLink() {
   static const TempDirectory folder;
-  static const std::string link = [] {
-    std::string path = folder / "bus";
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + path).c_str(), 1);
-    return path;
-  }();
+  static const std::string link = folder / "bus";
+  setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + link).c_str(), 1);
   return link;
 }
 
-void Check(bool done, const std::string& what) {
-  if (!done) throw ErrnoError(what);
+void Command(const std::string& line) {
+  if (std::system(line.c_str()) != 0) throw std::runtime_error("failed: " + line);
 }
 
-[[noreturn]] void RunProgram(int network, const std::string& folder, const std::vector<std::string>& command,
-                             int output) {
-  try {
-    prctl(PR_SET_PDEATHSIG, SIGKILL);
-    dup2(output, STDOUT_FILENO);
-    dup2(output, STDERR_FILENO);
-    Check(setns(network, CLONE_NEWNET) == 0, "network");
-    Check(unshare(CLONE_NEWNS) == 0, "mount namespace");
-    Check(mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0, "mounts");
-    MountEmpty("/run");
-    MountOver(folder + "/avahi", "/etc/avahi");
-    setenv("DBUS_SYSTEM_BUS_ADDRESS", ("unix:path=" + folder + "/bus").c_str(), 1);
-    std::vector<char*> arguments(command.size() + 1);
-    for (size_t i = 0; i < command.size(); ++i) arguments[i] = const_cast<char*>(command[i].c_str());
-    execvp(arguments[0], arguments.data());
-    Check(false, command[0]);
-  } catch (const std::exception& error) {
-    dprintf(STDERR_FILENO, "%s\n", error.what());
-  }
-  _exit(127);
+int OpenNetwork(const std::string& process) {
+  return open(("/proc/" + process + "/ns/net").c_str(), O_RDONLY | O_CLOEXEC);
 }
 
 }  // namespace
 
+// What it prints once it is ready is read by nobody, and is far less than a pipe holds.
+struct AvahiHosts::Program {
+  explicit Program(const std::string& line)
+      : output(popen(("echo $$; exec setpriv --pdeathsig KILL " + line + " 2>&1").c_str(), "re")), id(Await("\n")) {
+    id.pop_back();
+  }
+  ~Program() { Stop(SIGKILL); }
+
+  // Returns what it has printed when `ready` is there.
+  std::string Await(const std::string& ready) const {
+    std::string printed;
+    while (printed.find(ready) == std::string::npos) {
+      const int byte = std::getc(output);
+      if (byte == EOF) throw std::runtime_error("not ready: " + printed);
+      printed += static_cast<char>(byte);
+    }
+    return printed;
+  }
+
+  void Stop(int signal) {
+    if (output == nullptr) return;
+    kill(std::stoi(id), signal);
+    pclose(std::exchange(output, nullptr));
+  }
+
+  FILE* output;
+  std::string id;  // of the process
+};
+
 std::string AvahiHosts::Missing() {
-  for (const char* program : {kDaemon, kBus})
-    if (access(program, X_OK) != 0) return std::string("needs ") + program;
-  static const bool allowed =
-      RunInChild([] {
-        _exit(unshare(CLONE_NEWNET | CLONE_NEWNS) == 0 && std::system("ip link add type veth >/dev/null 2>&1") == 0
-                  ? 0
-                  : 1);
-      }).exit_status == 0;
-  return allowed ? "" : "needs the right to make networks";
+  static const int status = std::system(
+      "exec >/dev/null 2>&1; unshare --net --mount "
+      "sh -ec 'ip link add type veth; dbus-daemon --version; /usr/sbin/avahi-daemon --version'");
+  return status == 0 ? "" : "needs avahi-daemon, dbus-daemon and the right to make networks";
 }
 
 void AvahiHosts::UseNone() {
@@ -104,64 +80,33 @@ void AvahiHosts::UseNone() {
 }
 
 AvahiHosts::AvahiHosts() : _hosts(2) {
-  try {
-    for (int host : {0, 1}) {
-      const std::string folder = std::to_string(host);
-      _hosts[host].folder = _folder / folder;
-      _folder.Write(folder + "/bus.conf", With(kBusPolicy, "FOLDER", _hosts[host].folder));
-      _folder.Write(folder + "/avahi/avahi-daemon.conf", With(kDaemonSettings, "NAME", Name(host)));
-      fs::create_directory(_folder / (folder + "/avahi/services"));
-    }
-    _MakeNetworks();
-    for (int host : {0, 1}) {
-      StartBus(host);
-      // Both at once, as each takes a second to make sure of its name.
-      _hosts[host].daemon = _Start(_hosts[host], {kDaemon, "--no-drop-root", "--no-chroot", "--no-rlimits"});
-    }
-    for (const Host& host : _hosts) _Await(host.daemon, "Server startup complete");
-    Use(0);
-  } catch (...) {
-    _Close();
-    throw;
+  for (int i : {0, 1}) {
+    Host& host = _hosts[i];
+    host.folder = _folder / Name(i);
+    _folder.Write(Name(i) + "/bus.conf", "<busconfig><listen>unix:path=" + host.folder + "/bus" + kBusSettings);
+    _folder.Write(Name(i) + "/avahi-daemon.conf", "[server]\nhost-name=" + Name(i) + kDaemonSettings);
+    fs::create_directory(host.folder + "/services");
+    host.machine = std::make_unique<Program>("unshare --net --mount sh -ec 'mount -t tmpfs none /run; mount --bind " +
+                                             host.folder + " /etc/avahi; echo ready; exec sleep infinity'");
+    host.machine->Await("ready");
   }
+  Command(_On(0) + "ip link add eth0 type veth peer name eth0 netns " + _hosts[1].machine->id);
+  for (int i : {0, 1}) {
+    // Addresses that are there at once: without the second in which the kernel asks whether another host has them.
+    Command(_On(i) + "sh -ec 'ip link set eth0 addrgenmode none; ip link set lo up; ip link set eth0 up; " +
+            "ip addr add " + IPv4(i) + "/24 dev eth0; ip addr add " + LinkLocal(i) + "/64 dev eth0 nodad'");
+    _hosts[i].bus = std::make_unique<Program>(_On(i) + "dbus-daemon --nofork --print-address --config-file " +
+                                              _hosts[i].folder + "/bus.conf");
+    _hosts[i].bus->Await("unix:path");
+    // Both daemons at once, as each takes a second to make sure of its name.
+    _LaunchDaemon(i);
+  }
+  for (const Host& host : _hosts) host.daemon->Await("Server startup complete");
+  Use(0);
 }
 
 AvahiHosts::~AvahiHosts() {
-  _Close();
-}
-
-void AvahiHosts::_Close() {
   UseNone();
-  for (Host& host : _hosts) {
-    _Stop(host.daemon, SIGKILL);
-    _Stop(host.bus, SIGKILL);
-    if (host.network >= 0) close(host.network);
-  }
-  if (_own_network >= 0) close(_own_network);
-}
-
-void AvahiHosts::_MakeNetworks() {
-  const char* const here = "/proc/thread-self/ns/net";
-  Check((_own_network = open(here, O_RDONLY | O_CLOEXEC)) >= 0, here);
-  for (Host& host : _hosts) {
-    Check(unshare(CLONE_NEWNET) == 0, "network namespace");
-    host.network = open(here, O_RDONLY | O_CLOEXEC);
-    const bool back = setns(_own_network, CLONE_NEWNET) == 0;
-    Check(host.network >= 0 && back, here);
-  }
-  const std::string other = "/proc/" + std::to_string(getpid()) + "/fd/" + std::to_string(_hosts[1].network);
-  _Command(_hosts[0], "ip link add eth0 type veth peer name eth0 netns " + other);
-  for (int host : {0, 1}) {
-    // Addresses that are there at once: without the second in which the kernel asks whether another host has them.
-    _Command(_hosts[host],
-             "ip link set eth0 addrgenmode none && ip link set lo up && ip link set eth0 up && "
-             "ip addr add " +
-                 IPv4(host) +
-                 "/24 dev eth0 && "
-                 "ip addr add " +
-                 LinkLocal(host) + "/64 dev eth0 nodad");
-    InNetwork(host, [this, host] { _hosts[host].interface = if_nametoindex("eth0"); });
-  }
 }
 
 void AvahiHosts::Use(int host) const {
@@ -170,13 +115,24 @@ void AvahiHosts::Use(int host) const {
 }
 
 void AvahiHosts::InNetwork(int host, const std::function<void()>& body) const {
-  struct Return {
-    int network;
-    ~Return() { setns(network, CLONE_NEWNET); }
-  };
-  Check(setns(_hosts[host].network, CLONE_NEWNET) == 0, "network");
-  const Return back{_own_network};
+  const struct Back {
+    ~Back() {
+      setns(network, CLONE_NEWNET);
+      close(network);
+    }
+    const int network = OpenNetwork("thread-self");
+  } back;
+  const int other = OpenNetwork(_hosts[host].machine->id);
+  const bool entered = setns(other, CLONE_NEWNET) == 0;
+  close(other);
+  if (!entered) throw std::runtime_error("no way into the network of " + Name(host));
   body();
+}
+
+unsigned int AvahiHosts::Interface(int host) const {
+  unsigned int index = 0;
+  InNetwork(host, [&index] { index = if_nametoindex("eth0"); });
+  return index;
 }
 
 void AvahiHosts::Publish(int host, const std::string& name, const std::string& type, int port,
@@ -189,74 +145,34 @@ void AvahiHosts::Publish(int host, const std::string& name, const std::string& t
     text += std::string("<txt-record") + (pair ? " value-format=\"binary-hex\">" : ">") + record + "</txt-record>";
   }
   // Aside first: the daemon reads a file as soon as it is there.
-  const std::string aside = std::to_string(host) + "/" + name;
-  _folder.Write(aside, text + "</service></service-group>\n");
-  fs::rename(_folder / aside, _hosts[host].folder + "/avahi/services/" + name + ".service");
+  _folder.Write(name, text + "</service></service-group>\n");
+  fs::rename(_folder / name, _hosts[host].folder + "/services/" + name + ".service");
 }
 
 void AvahiHosts::Withdraw(int host, const std::string& name) const {
-  fs::remove(_hosts[host].folder + "/avahi/services/" + name + ".service");
+  fs::remove(_hosts[host].folder + "/services/" + name + ".service");
 }
 
 void AvahiHosts::StopDaemon(int host) {
-  _Stop(_hosts[host].daemon, SIGTERM);
+  _hosts[host].daemon->Stop(SIGTERM);
 }
 
 void AvahiHosts::StartDaemon(int host) {
-  _hosts[host].daemon = _Start(_hosts[host], {kDaemon, "--no-drop-root", "--no-chroot", "--no-rlimits"});
-  _Await(_hosts[host].daemon, "Server startup complete");
+  _LaunchDaemon(host);
+  _hosts[host].daemon->Await("Server startup complete");
 }
 
 void AvahiHosts::StopBus(int host) {
-  _Stop(_hosts[host].bus, SIGKILL);
+  _hosts[host].bus->Stop(SIGKILL);
 }
 
-void AvahiHosts::StartBus(int host) {
-  const std::string& folder = _hosts[host].folder;
-  fs::remove(folder + "/bus");
-  _hosts[host].bus = _Start(_hosts[host], {kBus, "--nofork", "--print-address", "--config-file", folder + "/bus.conf"});
-  _Await(_hosts[host].bus, "unix:path");
+// The head of a command line that is run on that host.
+std::string AvahiHosts::_On(int host) const {
+  return "nsenter --net --mount --target " + _hosts[host].machine->id +
+         " env DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + _hosts[host].folder + "/bus ";
 }
 
-AvahiHosts::Program AvahiHosts::_Start(const Host& host, const std::vector<std::string>& command) const {
-  int ends[2];
-  Check(pipe2(ends, O_CLOEXEC) == 0, "pipe");
-  // What a daemon prints later is read by nobody, and must not block it.
-  fcntl(ends[1], F_SETFL, O_NONBLOCK);
-  const pid_t child = fork();
-  if (child == 0) RunProgram(host.network, host.folder, command, ends[1]);
-  close(ends[1]);
-  return {child, ends[0]};
-}
-
-void AvahiHosts::_Await(const Program& program, const std::string& ready) const {
-  std::string printed;
-  pollfd waiting{program.output, POLLIN, 0};
-  while (printed.find(ready) == std::string::npos) {
-    char chunk[1024];
-    const ssize_t got = poll(&waiting, 1, kPatience) > 0 ? read(program.output, chunk, sizeof chunk) : 0;
-    if (got <= 0) throw std::runtime_error("not ready: " + printed);
-    printed.append(chunk, got);
-  }
-}
-
-void AvahiHosts::_Command(const Host& host, const std::string& line) const {
-  Program shell = _Start(host, {"/bin/sh", "-c", line + " && echo done"});
-  const auto finish = [&shell] { _Stop(shell, SIGKILL); };
-  try {
-    _Await(shell, "done");
-  } catch (...) {
-    finish();
-    throw;
-  }
-  finish();
-}
-
-void AvahiHosts::_Stop(Program& program, int signal) {
-  if (program.pid > 0) {
-    kill(program.pid, signal);
-    waitpid(program.pid, nullptr, 0);
-  }
-  if (program.output >= 0) close(program.output);
-  program = {};
+void AvahiHosts::_LaunchDaemon(int host) {
+  _hosts[host].daemon =
+      std::make_unique<Program>(_On(host) + "/usr/sbin/avahi-daemon --no-drop-root --no-chroot --no-rlimits");
 }

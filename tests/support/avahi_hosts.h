@@ -6,13 +6,12 @@
 //
 //   if (const std::string why = AvahiHosts::Missing(); !why.empty()) GTEST_SKIP() << why;
 //
-// All daemons die with the test. Errors throw std::runtime_error with what the program in question has printed.
+// All programs die with the test. Errors throw std::runtime_error with what the program in question has printed.
 
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -27,8 +26,6 @@ class AvahiHosts {
   static void UseNone();
 
   AvahiHosts();
-  AvahiHosts(const AvahiHosts&) = delete;
-  AvahiHosts& operator=(const AvahiHosts&) = delete;
   ~AvahiHosts();
 
   // Hosts are 0 and 1. Host 0 is the one in use at first.
@@ -37,7 +34,7 @@ class AvahiHosts {
   // Calls `body` in the network of that host.
   void InNetwork(int host, const std::function<void()>& body) const;
   // The index of the end of the cable.
-  unsigned int Interface(int host) const { return _hosts[host].interface; }
+  unsigned int Interface(int host) const;
   // Its addresses as text, and the host's name.
   static std::string IPv4(int host) { return "10.77.0." + std::to_string(host + 1); }
   static std::string LinkLocal(int host) { return "fe80::77:" + std::to_string(host + 1); }
@@ -50,34 +47,24 @@ class AvahiHosts {
                const std::vector<std::string>& txt, const std::string& at = {}) const;
   void Withdraw(int host, const std::string& name) const;
 
-  // The daemon says goodbye; the bus just goes away. Both run at first, and each can be started again.
+  // The daemon says goodbye, and can be started again; the bus just goes away. Both run at first.
   void StopDaemon(int host);
   void StartDaemon(int host);
   void StopBus(int host);
-  void StartBus(int host);
 
  private:
-  struct Program {
-    pid_t pid = -1;
-    int output = -1;
-  };
+  struct Program;
 
   struct Host {
-    int network = -1;  // its namespace
-    unsigned int interface = 0;
-    std::string folder;
-    Program bus;
-    Program daemon;
+    std::string folder;                // what the host has in /etc/avahi, and its bus
+    std::unique_ptr<Program> machine;  // does nothing, and keeps the namespaces
+    std::unique_ptr<Program> bus;
+    std::unique_ptr<Program> daemon;
   };
 
-  void _MakeNetworks();
-  void _Command(const Host& host, const std::string& line) const;
-  Program _Start(const Host& host, const std::vector<std::string>& command) const;
-  void _Await(const Program& program, const std::string& ready) const;
-  static void _Stop(Program& program, int signal);
-  void _Close();
+  std::string _On(int host) const;
+  void _LaunchDaemon(int host);
 
   TempDirectory _folder;
-  int _own_network = -1;
   std::vector<Host> _hosts;
 };
