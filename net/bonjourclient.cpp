@@ -74,13 +74,15 @@ void _AvahiStringList::AddString(const std::string& text) {
 // the listener destroys the client.
 
 BonjourClientImpl::~BonjourClientImpl() {
-  if (_group != nullptr) avahi_entry_group_free(_group);
+  _Withdraw();
   // Frees its browsers and resolvers with it.
   if (_client != nullptr) avahi_client_free(_client);
 }
 
 void BonjourClientImpl::Retire(std::unique_ptr<BonjourClientImpl> impl) {
   impl->_listener = nullptr;
+  // At once: the daemon would refuse the same names to the next life. No frame of the library works on the group now.
+  impl->_Withdraw();
   AvahiCall::Bury(std::move(impl));
 }
 
@@ -157,6 +159,10 @@ void BonjourClientImpl::_Resolved(AvahiServiceResolver* resolver, AvahiIfIndex i
   });
   // Once is enough: whatever changes later comes as a new event of the browser.
   avahi_service_resolver_free(resolver);
+}
+
+void BonjourClientImpl::_Withdraw() {
+  if (_group != nullptr) avahi_entry_group_free(std::exchange(_group, nullptr));
 }
 
 void BonjourClientImpl::_Error(const std::string& message) {

@@ -5,12 +5,14 @@
 // opened.
 //
 // Thread: that of the poll loop. Listeners are called from Poll, and ServiceError also from the constructor and the
-// operations of BonjourClient. Making a client, browsing and registering wait for the daemon's short answer.
+// operations of BonjourClient. Making a client, resolving, browsing and registering wait for the daemon's short answer,
+// or 25 seconds for one that hangs.
 //
 // Nothing here throws. All problems are told to ServiceError, and the object carries on without the function that has
 // failed. Without a running daemon the client is an empty shell that does nothing. Neither the daemon's end nor its
-// new start is followed: then nothing is found any more until Clear() and a new Browse(). Nobody should call Clear()
-// right from the ServiceError that tells of a missing daemon: it comes back at once. Use a timer.
+// new start is followed, on purpose and without a word: then nothing is found any more until Clear() and a new Browse(),
+// while what a BonjourResolver knows stays. Nobody should call Clear() right from the ServiceError that tells of a
+// missing daemon: it comes back at once. Use a timer.
 
 #pragma once
 
@@ -50,8 +52,7 @@ class BonjourClient {
   explicit BonjourClient(BonjourClientListener* listener);
   BonjourClient(const BonjourClient&) = delete;
   BonjourClient& operator=(const BonjourClient&) = delete;
-  // Ends all browsing and withdraws all registrations; as Clear(), once the listener has returned if called from it.
-  // In either case the listener hears nothing more.
+  // As Clear(), and without a new start.
   ~BonjourClient();
 
   // `type` as in "_http._tcp". Goes on as long as the client, and may be called for more types.
@@ -65,6 +66,8 @@ class BonjourClient {
                 const std::map<std::string, std::string>& txt, bool commit);
   void Commit();
 
+  // Withdraws all registrations and ends all browsing, of which the listener hears nothing more; then connects anew.
+  // From inside a callback the old connection to the daemon lasts until the listener has returned.
   void Clear();
 
   // These do nothing.

@@ -41,7 +41,7 @@ class BonjourClientImpl {
   BonjourClientImpl& operator=(const BonjourClientImpl&) = delete;
   ~BonjourClientImpl();
 
-  // The listener hears nothing more; everything else ends when the library is off the stack.
+  // The listener hears nothing more and the registrations are gone; all else ends when the library is off the stack.
   static void Retire(std::unique_ptr<BonjourClientImpl> impl);
 
   // To be called once, before the others: connects to the daemon.
@@ -62,6 +62,7 @@ class BonjourClientImpl {
                         const char* host, const AvahiAddress* address, uint16_t port, AvahiStringList* txt,
                         AvahiLookupResultFlags flags, void* impl);
 
+  void _Withdraw();
   void _Error(const std::string& message);
 
   BonjourClientListener* _listener;
