@@ -1,7 +1,6 @@
 #include "tests/support/avahi_hosts.h"
 
 #include <fcntl.h>
-#include <net/if.h>
 #include <sched.h>
 #include <unistd.h>
 
@@ -127,12 +126,6 @@ void AvahiHosts::InNetwork(int host, const std::function<void()>& body) const {
   close(other);
   if (!entered) throw std::runtime_error("no way into the network of " + Name(host));
   body();
-}
-
-unsigned int AvahiHosts::Interface(int host) const {
-  unsigned int index = 0;
-  InNetwork(host, [&index] { index = if_nametoindex("eth0"); });
-  return index;
 }
 
 void AvahiHosts::Publish(int host, const std::string& name, const std::string& type, int port,

@@ -31,10 +31,8 @@ class AvahiHosts {
   // Hosts are 0 and 1. Host 0 is the one in use at first.
   void Use(int host) const;
 
-  // Calls `body` in the network of that host.
+  // Calls `body` in the network of that host, where the end of the cable is "eth0".
   void InNetwork(int host, const std::function<void()>& body) const;
-  // The index of the end of the cable.
-  unsigned int Interface(int host) const;
   // Its addresses as text, and the host's name.
   static std::string IPv4(int host) { return "10.77.0." + std::to_string(host + 1); }
   static std::string LinkLocal(int host) { return "fe80::77:" + std::to_string(host + 1); }
