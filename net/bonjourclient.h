@@ -9,10 +9,11 @@
 // or 25 seconds for one that hangs.
 //
 // Nothing here throws. All problems are told to ServiceError, and the object carries on without the function that has
-// failed. Without a running daemon the client is an empty shell that does nothing. Neither the daemon's end nor its
-// new start is followed, on purpose and without a word: then nothing is found any more until Clear() and a new Browse(),
-// while what a BonjourResolver knows stays. Nobody should call Clear() right from the ServiceError that tells of a
-// missing daemon: it comes back at once. Use a timer.
+// failed. Without a running daemon the client is an empty shell that does nothing.
+//
+// A daemon that ends later, and its new start, are not followed, on purpose: nothing is told, and nothing new is found
+// or lost until Clear() and a new Browse(), while what a BonjourResolver knows stays. Who has to find newcomers for
+// months does so from a timer. Never right from the ServiceError that tells of a missing daemon: it comes back at once.
 
 #pragma once
 
