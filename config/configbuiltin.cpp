@@ -88,6 +88,12 @@ constexpr const char* kRangeError = "ConfigurableFloat: range error";
 template <>
 constexpr const char* kRangeError<double> = "ConfigurableDouble: range error";
 
+// A computed NaN has its sign bit set on some boards and not on others; a document has one word for it.
+template <class Number>
+Number OneNaN(Number value) {
+  return std::isnan(value) ? std::numeric_limits<Number>::quiet_NaN() : value;
+}
+
 }  // namespace
 
 template <class Number>
@@ -145,15 +151,14 @@ std::istream& ConfigurableReal<Number>::read(std::istream& in, std::ostream& err
   return in;
 }
 
-// A computed NaN has its sign bit set on some boards and not on others; a document has one word for it.
 template <class Number>
 std::ostream& ConfigurableReal<Number>::write(std::ostream& out) const {
-  return out << (std::isnan(_value) ? std::numeric_limits<Number>::quiet_NaN() : _value);
+  return out << OneNaN(_value);
 }
 
 template <class Number>
 std::ostream& ConfigurableReal<Number>::write_doctype(std::ostream& out) const {
-  out << kTypeName<Number> << ':' << _default;
+  out << kTypeName<Number> << ':' << OneNaN(_default);
   if (_range != Range::kNone) out << ';' << _min << "..." << _max;
   return out;
 }

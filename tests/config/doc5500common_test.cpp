@@ -10,9 +10,10 @@
 
 namespace {
 
-// The answer to a document that holds this text inside the tag `cfg`.
-std::string Answer(DocMoorlog& document, const std::string& text) {
-  std::istringstream in("<tarno><moorlog><cfg>" + text + "</cfg></moorlog></tarno>");
+// The answer to a document that holds this text in an item of a section.
+std::string Answer(DocMoorlog& document, const std::string& section, const std::string& item, const std::string& text) {
+  std::istringstream in("<tarno><moorlog><cfg><" + section + "><" + item + ">" + text + "</" + item + "></" + section +
+                        "></cfg></moorlog></tarno>");
   std::ostringstream out;
   Configurable::set_compact(out, true);
   document.configure(in, out);
@@ -20,18 +21,14 @@ std::string Answer(DocMoorlog& document, const std::string& text) {
 }
 
 TEST(Doc5500Common, ABadAddressLeavesConfigureAndTheTreeAsItWas) {
-  for (const char* text : {"FE80:0::1", "192.168.1", "1.2.3.4 5", "\xff"}) {
-    DocMoorlog document;
-    document._set_changed(false);
-    const auto send = [&] { Answer(document, "<network><ipaddress>" + std::string(text) + "</ipaddress></network>"); };
-    const bool is_new = text[0] == 'F';
-    if (is_new)
-      send();
-    else
-      EXPECT_THROW(send(), SocketError) << text;
-    EXPECT_EQ(is_new, document.has_changed());
-    EXPECT_EQ(is_new ? "fe80::1" : "192.168.1.95", document.moorlog.cfg.network.ipaddress.get().Presentation());
-  }
+  DocMoorlog document;
+  document._set_changed(false);
+  const auto& address = document.moorlog.cfg.network.ipaddress;
+  for (const char* text : {"192.168.1", "1.2.3.4 5", "\xff"})
+    EXPECT_THROW(Answer(document, "network", "ipaddress", text), SocketError) << text;
+  EXPECT_TRUE(!document.has_changed() && address.get().Presentation() == "192.168.1.95");
+  Answer(document, "network", "ipaddress", "FE80:0::1");
+  EXPECT_TRUE(document.has_changed() && address.get().Presentation() == "fe80::1");
 }
 
 // In a child: the list is that of the process.
@@ -39,19 +36,15 @@ TEST(Doc5500Common, ZonesComeInByDocumentForAllInstances) {
   const auto result = RunInChild([] {
     DocMoorlog document, other;
     auto& zone = document.moorlog.cfg.clock.zone;
-    const auto shown = [&] { return Answer(other, "<clock><zone>&query_item;&query_doctype_item;</zone></clock>"); };
-    const auto send = [&](const char* text) {
-      return Answer(document, "<clock><zone>" + std::string(text) + "</zone></clock>");
-    };
+    const auto shown = [&] { return Answer(other, "clock", "zone", "&query_item;&query_doctype_item;"); };
+    const auto send = [&](const char* text) { return Answer(document, "clock", "zone", text); };
     EXPECT_EQ("", send("{A/B|C||D|}&query_item;"));
     EXPECT_EQ("A/B {A/B|C||D}", shown());
     EXPECT_EQ("<Error Param=\"zone\">invalid option: UTC\n</Error>", send("UTC"));
-    send("D");
+    zone.set_str("D");
     zone.set_str("no such zone");
     send("{A|B}");
     EXPECT_EQ("{A|B}", send("&query_item;&query_doctype_item;"));
-    zone.set_str("B");
-    EXPECT_EQ("B", zone.get_str());
     send("{}");
     EXPECT_EQ("{}", shown());
   });
@@ -69,7 +62,6 @@ TEST(Doc5500Common, ClockTextAndSecondsBothWays) {
       {"2024-03", "noon", "Invalid date format (should be YYYY-MM-DD): 2024-03", -1},
       {"-2147483648-1-1", "", "Invalid date format (should be YYYY-MM-DD): -2147483648-1-1", -1},
       {"1--2147483648-1", "", "Invalid date format (should be YYYY-MM-DD): 1--2147483648-1", -1},
-      {"2024-03-01", "12:30:", "Invalid time format (should be HH:MM:SS): 12:30:", -1},
       {"2024-03-01", "12:30-00", "Invalid time format (should be HH:MM:SS): 12:30-00", -1},
   };
   setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
