@@ -3,7 +3,9 @@
 // Queries forgive: a file that isn't there, or can't be looked at, gives false, zero or an empty text. Acting functions
 // throw: ErrnoError with a fixed text and the path, unless another error is named.
 //
-// No shared state; any thread may call, as long as none changes the environment meanwhile (HomeDirectory).
+// No shared state, and any thread may call, but for HomeDirectory and UserConfigDirectory: no thread may change the
+// environment meanwhile, and without "HOME" they use the C library's one password entry (getpwuid(3)), so one thread at
+// a time.
 
 #pragma once
 

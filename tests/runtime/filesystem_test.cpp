@@ -104,6 +104,10 @@ TEST_F(Filesystem, FindsHomeConfigurationWorkingDirectoryAndTheZoneOfTheLink) {
     EXPECT_EQ(getpwuid(getuid())->pw_dir, HomeDirectory());
     EXPECT_EQ(0, chdir(dir.Path().c_str()));
     EXPECT_EQ(dir.Path(), CurrentWorkingDirectory());
+    EXPECT_EQ(0, chdir((dir / "sub").c_str()));
+    RmDirectory(dir / "sub");
+    EXPECT_EQ("Unable to read current working directory: No such file or directory",
+              ErrorText([] { CurrentWorkingDirectory(); }));
     MountCopy("/etc");
     unlink("/etc/localtime");
     EXPECT_THROW(TimezoneString(), ErrnoError);

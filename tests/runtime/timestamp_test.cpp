@@ -7,6 +7,7 @@
 #include <sstream>
 
 #include "tests/support/child_process.h"
+#include "tests/support/error_text.h"
 #include "tests/support/virtual_time.h"
 
 namespace {
@@ -123,6 +124,8 @@ TEST(Timestamp, KeepsTheZoneOfItsFirstUse) {
     EXPECT_EQ(1000000, t.get());
     t.assign_local_time();
     EXPECT_EQ(Timestamp(2024, 2, 29, 17, 0, 0.25), t) << "by the zone now in force";
+    time.SetFailing(true);
+    EXPECT_EQ("Unable to get current time: Invalid argument", ErrorText([&] { t.assign_local_time(); }));
   });
   EXPECT_EQ(0, result.exit_status) << result.output;
 }

@@ -35,6 +35,7 @@ constexpr int64_t kSpinStep = 50'000;
 constexpr int64_t kGraceSlice = kNanosPerSecond;
 
 std::atomic<bool> on = false;
+std::atomic<bool> fails = false;      // gettimeofday
 std::atomic<int64_t> monotonic = 0;   // nanoseconds
 std::atomic<int64_t> wall_ahead = 0;  // of the monotonic clock, nanoseconds
 
@@ -106,6 +107,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
 
 int __wrap_gettimeofday(timeval* now, void* zone) {
   if (!on) return __real_gettimeofday(now, zone);
+  if (fails) return errno = EINVAL, -1;
   const int64_t nanos = Wall();
   *now = {static_cast<time_t>(nanos / kNanosPerSecond), static_cast<suseconds_t>(nanos % kNanosPerSecond / 1'000)};
   return 0;
@@ -124,6 +126,7 @@ VirtualTime::VirtualTime(int64_t wall_seconds) {
   monotonic = kStart;
   wall_ahead = wall_seconds * kNanosPerSecond - kStart;
   grace = sleeps = spins = 0;
+  fails = false;
   on = true;
 }
 
@@ -134,6 +137,10 @@ VirtualTime::~VirtualTime() {
 
 void VirtualTime::AdvanceNanoseconds(int64_t nanoseconds) {
   monotonic += nanoseconds;
+}
+
+void VirtualTime::SetFailing(bool failing) {
+  fails = failing;
 }
 
 void VirtualTime::Schedule(int64_t milliseconds, std::function<void()> action) {

@@ -28,6 +28,8 @@ class VirtualTime {
   // Both clocks go on, as if the caller had been busy.
   void Advance(int64_t milliseconds) { AdvanceNanoseconds(milliseconds * 1'000'000); }
   void AdvanceNanoseconds(int64_t nanoseconds);
+  // gettimeofday alone fails with EINVAL.
+  void SetFailing(bool failing);
 
   // Calls `action` when a sleeping poll reaches this moment, in milliseconds from now; a signal that it raises
   // interrupts that poll. Actions may schedule more.
