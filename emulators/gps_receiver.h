@@ -30,7 +30,6 @@ class GPSReceiver : public PollItem, public PollTimer {
   // Where it stands, and keeps standing.
   static constexpr const char* kLatitude = "1929.439,S";
   static constexpr const char* kLongitude = "02410.387,E";
-  static constexpr int kSatellites = 6;
 
   // `rate`: bits per second. All sentences are on at first, once a second.
   GPSReceiver(Make make, int rate);

@@ -16,6 +16,7 @@
 #include "emulators/gps_receiver.h"
 #include "emulators/pty.h"
 #include "serial/gpsdevice.h"
+#include "serial/serial_fields.h"
 
 namespace {
 
@@ -61,19 +62,6 @@ std::string Sentences(const std::string& bodies) {
   return sentences;
 }
 
-template <class Value>
-Value Formatted(std::istream& in, Value value) {
-  if (in.fail()) return value;
-  const int next = in.peek();
-  if (next == ',') {
-    in.get();
-  } else if (next != '*') {
-    in >> value;
-    in.get();
-  }
-  return value;
-}
-
 void CompareFields(const std::string& text, unsigned int kinds) {
   std::istringstream in(text);
   in.imbue(std::locale::classic());
@@ -82,16 +70,16 @@ void CompareFields(const std::string& text, unsigned int kinds) {
     bool same = false;
     switch (kinds / 2 % 4) {
       case 0:
-        same = GPSReadDouble(fields) == Formatted(in, 0.0);
+        same = GPSReadDouble(fields) == GPSReadDouble(in);
         break;
       case 1:
-        same = GPSReadChar(fields) == Formatted(in, ' ');
+        same = GPSReadChar(fields) == GPSReadChar(in);
         break;
       case 2:
-        same = GPSReadUnsigned(fields) == Formatted(in, 0U);
+        same = GPSReadUnsigned(fields) == GPSReadUnsigned(in);
         break;
       default:
-        same = GPSReadInteger(fields) == Formatted(in, 0);
+        same = GPSReadInteger(fields) == GPSReadInteger(in);
     }
     if (!same || fields.fail() != in.fail()) abort();
   }

@@ -7,6 +7,8 @@
 #include <string_view>
 #include <utility>
 
+#include "serial/serial_fields.h"
+
 namespace {
 
 constexpr int kBps = 38400;                  // of a Garmin unit, once it is set up
@@ -234,7 +236,8 @@ void GPSDevice::_GPSTimeToTv(int hours, int minutes, int seconds, int millisecon
   broken.tm_min = minutes;
   broken.tm_sec = seconds;
   broken.tm_isdst = -1;
-  // The low 32 bits, also for the year 0 that stands before the first date.
+  // The low 32 bits, also for the year 0 that stands before the first date; -1 where the system's own count has 32 bits
+  // and can't hold it.
   const auto since_1970 = static_cast<int32_t>(int64_t{timegm(&broken)});
   _gpsTime = TimeVal(since_1970, static_cast<int32_t>(int64_t{milliseconds} * 1'000'000));
   _gpsTime._normalize();
@@ -315,5 +318,13 @@ void GPSDevice::_HandleGSV(FieldStream& fields) {
     satellite.snr = GPSReadInteger(fields);
     if (!fields.fail()) _satellites.push_back(satellite);
   }
-  if (number == total) _listener->GotGPSSatellites(_satellites);
+  if (number == total) _TellSatellites();
+}
+
+// The listener sees a copy: if it feeds characters, the list goes on meanwhile. The copy's storage is kept.
+void GPSDevice::_TellSatellites() {
+  std::vector<SatStatus> told = std::move(_told);
+  told = _satellites;
+  _listener->GotGPSSatellites(told);
+  _told = std::move(told);
 }

@@ -9,9 +9,11 @@
 // Bad input is dropped without a word: what is no sentence, carries a wrong sum or isn't known. A sentence without end
 // is gathered without limit.
 //
-// Callbacks: the listener may change the listener, the type and the reader's listener, and may feed characters itself;
-// it must not destroy the device. What it throws passes through, and the next sentence starts afresh. While there is no
-// listener nothing is looked at, so no search comes to an end either.
+// Callbacks: the listener may change the listener, the type and the reader's listener, and may feed characters itself,
+// which are then told from inside its call; the record and the list that it was given stay as they are until it
+// returns, while the moment becomes the newest one. It must not destroy the device. What it throws passes through, and
+// the next sentence starts afresh. While there is no listener nothing is looked at, so no search comes to an end
+// either.
 //
 // Errors: the constructor and the timer throw std::runtime_error "Unable to configure GPS: " and the path when the line
 // is refused, and pass on LinuxTTYBase::DeviceError.
@@ -25,7 +27,8 @@
 #include "runtime/pollprocessor.h"
 #include "runtime/timeval.h"
 #include "serial/linuxtty.h"
-#include "serial/serial_fields.h"
+
+class FieldStream;
 
 // One GGA. Its moment rests on the date of the last valid RMC; before the first one it means nothing.
 //
@@ -88,6 +91,7 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
   void _HandleRMC(FieldStream& fields);
   void _HandleGGA(FieldStream& fields);
   void _HandleGSV(FieldStream& fields);
+  void _TellSatellites();
   void _GPSTimeToTv(int hours, int minutes, int seconds, int milliseconds);
   void _KeepTime(double packed);
 
@@ -108,6 +112,7 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
   BaudSearch _baudSearch = BaudSearching;
   const bool _verbose;
   const bool _wantSatellites;
-  std::vector<SatStatus> _satellites;  // of the group that is coming in
+  std::vector<SatStatus> _satellites;  // of the group that is coming in, or of the last one
+  std::vector<SatStatus> _told;        // the storage of the list that a listener is given
   std::string _spare;                  // the storage that the next sentence is gathered in
 };

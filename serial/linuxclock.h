@@ -8,8 +8,8 @@
 // Lives on the poll thread, as its zone is that of the whole process. Times are seconds since 1970-01-01 00:00:00 UTC
 // unless they are a Timestamp, which is local time here.
 //
-// Errors are thrown: ErrnoError where the system failed, std::runtime_error for rights that can't be had and for what
-// is told below.
+// Errors are thrown, ErrnoError where a call of the system failed. What sets something and _read_hw_time also throw the
+// std::runtime_error of SuperUser for rights that can't be had, with nothing touched.
 
 #pragma once
 
@@ -22,26 +22,30 @@
 
 class LinuxClock {
  public:
-  // On a board: "/usr/share/zoneinfo", "/etc/localtime", "/etc/timezone" and "/dev/rtc0". Reads the tree, which must be
-  // there, and the present zone. The link has to stand one directory below the root of the file system, and the tree's
-  // path has to be absolute: the link is written as "../usr/share/zoneinfo/..." for a system that is mounted elsewhere.
+  // On a board: "/usr/share/zoneinfo", "/etc/localtime", "/etc/timezone" and "/dev/rtc0". Reads the tree, or throws
+  // ErrnoError for the directory in it that can't be read, and the present zone. The link has to stand one directory
+  // below the root of the file system, and the tree's path has to be absolute: the link is written as
+  // "../usr/share/zoneinfo/..." for a system that is mounted elsewhere.
   LinuxClock(std::string zoneRoot, std::string zoneLink, std::string zoneFile, std::string rtcDevice);
 
+  // These three throw ErrnoError.
   Timestamp Time() const;                             // local time, to the microsecond
   void Time(long& seconds, long& nanoseconds) const;  // to the microsecond
   time_t TimeT() const;                               // whole seconds
 
-  // Set both clocks. A hardware clock that can't be set is told on standard output only, the system clock stays set;
-  // one that can't be opened is thrown, with the system clock set too.
+  // Set both clocks. ErrnoError: with nothing changed where the system clock can't be set or the Timestamp is no
+  // moment; with the system clock set where the hardware clock can't be opened. One that refuses is told on standard
+  // output only.
   void SetTime(long seconds);
   void SetTime(long seconds, long nanoseconds);  // cut to microseconds
   void SetTime(Timestamp local);                 // cut to microseconds; daylight saving as the zone has it
 
-  // Of the hardware clock, in seconds.
+  // Of the hardware clock, in seconds. ErrnoError where it can't be opened or read, or holds no moment.
   time_t _read_hw_time() const;
 
-  // A name of Zones(), one "/" before it is skipped. Throws for an unknown one, with nothing touched. Then the link is
-  // changed first and the file written last, so that a file that can't be written is thrown with the zone in force.
+  // A name of Zones(), one "/" before it is skipped. std::runtime_error for an unknown one, with nothing touched;
+  // ErrnoError for a link that can't be made, with the old one gone or, where it leads nowhere, in the way; and last
+  // std::runtime_error for a file that can't be written, with the zone in force.
   void SetZone(std::string zone);
   // Takes the zone that the file records; CurrentZone stays as it was where the file has no known one.
   void RefreshZone();

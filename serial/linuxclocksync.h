@@ -25,19 +25,16 @@ class LinuxClockSync {
   // also makes the law forget all samples. Without `frequency` a correction is lost, although the sums have moved.
   bool Sync(const TimeVal& a, const TimeVal& b, long* frequency);
 
-  int32_t Drift() const { return _drift; }            // nanoseconds: the minimum that made the last correction
-  int32_t Integral() const { return _integral; }      // nanoseconds, within +/-1,000,000,000
-  int32_t LastOffset() const { return _lastOffset; }  // nanoseconds
-
  private:
   int32_t _correction();  // ends the cycle
 
   const int32_t _integralDivisor;
   const int32_t _proportionalDivisor;
   const bool _verbose;
-  int32_t _minOffset = 0;  // of this cycle, nanoseconds
-  int32_t _drift = 0;
-  int32_t _integral = 0;
+  // Nanoseconds.
+  int32_t _minOffset = 0;  // of this cycle
+  int32_t _drift = 0;      // the minimum that made the last correction
+  int32_t _integral = 0;   // within +/-1,000,000,000
   int32_t _lastOffset = 0;
   int32_t _sampleCount = 0;  // since the last correction
 };

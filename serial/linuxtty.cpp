@@ -81,7 +81,7 @@ LinuxTTYBase::~LinuxTTYBase() {
 
 int LinuxTTYBase::_checked_fd() const {
   // clang-format off
-  assert(_ttyfd>=0);  // spelt as the assertion's text is wanted
+  assert(_ttyfd>=0);  // assert prints the expression as it is spelt here
   // clang-format on
   return _ttyfd;
 }

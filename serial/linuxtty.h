@@ -6,6 +6,8 @@
 //
 // Thread: the poll loop's. No operation blocks.
 //
+// An adapter that is pulled out (hang-up, EIO) is not noticed here: the loop spins on it until the owner closes.
+//
 // Errors: what can't be reached at all is thrown, as DeviceError. What a caller asks for by value and can't be had is a
 // result, with a line on the error stream. Reading and writing report nothing: a line that is cut is noticed by the
 // driver's own timeouts.
@@ -102,6 +104,8 @@ class LinuxTTYControl : public LinuxTTYBase {
     int dataBits = 8;  // 7 or 8
     bool softwareFlowControl = false;
     bool hardwareFlowControl = false;
+
+    friend bool operator==(const ConfigInfo&, const ConfigInfo&) = default;
   };
 
   struct LineInfo {
@@ -109,6 +113,8 @@ class LinuxTTYControl : public LinuxTTYBase {
     bool dtr = false;
     bool cts = false;
     bool dsr = false;
+
+    friend bool operator==(const LineInfo&, const LineInfo&) = default;
   };
 
   // What the kernel has counted since the driver was loaded: changes of the lines, then bytes, then errors.

@@ -1,5 +1,7 @@
 #include "serial/serial_fields.h"
 
+#include <istream>
+
 #include "runtime/numbertext.h"
 
 namespace {
@@ -11,6 +13,19 @@ bool IsSpace(char c) {
 int HexDigit(char c) {
   const auto code = static_cast<unsigned char>(c);
   return code < 'A' ? code - '0' : code < 'a' ? code - 'A' + 10 : code - 'a' + 10;
+}
+
+template <class Value>
+Value Read(std::istream& in, Value value) {
+  if (in.fail()) return value;
+  const int next = in.peek();
+  if (next == ',') {
+    in.get();
+  } else if (next != '*') {
+    in >> value;
+    in.get();
+  }
+  return value;
 }
 
 }  // namespace
@@ -61,6 +76,22 @@ uint32_t GPSReadUnsigned(FieldStream& fields) {
 
 int32_t GPSReadInteger(FieldStream& fields) {
   return fields._Take(TakeInteger);
+}
+
+double GPSReadDouble(std::istream& in) {
+  return Read(in, 0.0);
+}
+
+char GPSReadChar(std::istream& in) {
+  return Read(in, ' ');
+}
+
+uint32_t GPSReadUnsigned(std::istream& in) {
+  return Read(in, uint32_t{0});
+}
+
+int32_t GPSReadInteger(std::istream& in) {
+  return Read(in, int32_t{0});
 }
 
 bool ChecksumAgrees(std::string_view sentence) {
