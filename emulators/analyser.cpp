@@ -141,7 +141,7 @@ void Analyser::Stall(bool stalled) {
 }
 
 void Analyser::CutLine() {
-  const std::string line = DataLine(0, 0, _lines);
+  const std::string line = DataLine(0, 0, 0);  // whatever it is joined to, the sum doesn't vary
   Send(line.substr(0, line.size() / 2));
   HangUp();
 }
