@@ -1,0 +1,214 @@
+// The whole road: an emulated analyser, the link, the decoder, files on a disk of its own, zip, and the reclaimer.
+
+#include <gtest/gtest.h>
+#include <malloc.h>
+#include <sched.h>
+#include <sys/prctl.h>
+#include <sys/wait.h>
+#include <utime.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstring>
+#include <sstream>
+
+#include "emulators/analyser.h"
+#include "examples/recorder.h"
+#include "runtime/filesystem.h"
+#include "runtime/runprogram.h"
+#include "tests/support/avahi_hosts.h"
+#include "tests/support/mount_namespace.h"
+#include "tests/support/poll_runner.h"
+#include "tests/support/temp_directory.h"
+#include "tests/support/virtual_time.h"
+
+// Present in a build with sanitizers, whose heap isn't the library's.
+extern "C" size_t __sanitizer_get_current_allocated_bytes() __attribute__((weak));
+
+namespace {
+
+constexpr int kPort = 5500;
+constexpr int kHours = 24;
+constexpr int kPercent = 40;                  // of the disk
+constexpr int64_t kDisk = int64_t{24} << 20;  // bytes
+constexpr int64_t kGrowth = 32'768;           // bytes, for the emulator's list of what it was sent
+constexpr int kSecond = 1'000;                // milliseconds, as all of these
+constexpr int kMinute = 60 * kSecond;
+constexpr int kFirstTrouble = 210 * kSecond + 50;  // between two lines; none of them lasts over the full hour
+constexpr int kNextTrouble = 7 * kMinute;
+constexpr int kTrouble = 5 * kSecond;
+constexpr int kConnectGrace = 1;  // of real time
+constexpr int kLineGrace = 100;
+
+int64_t HeapBytes() {
+  const bool sanitized = __sanitizer_get_current_allocated_bytes != nullptr;
+  return static_cast<int64_t>(sanitized ? __sanitizer_get_current_allocated_bytes() : mallinfo2().uordblks);
+}
+
+int64_t Descriptors() {
+  const std::filesystem::directory_iterator open("/proc/self/fd");
+  return std::distance(begin(open), end(open));
+}
+
+struct Counter : CH4Device::Listener {
+  void GotCH4Data(const CH4Data& data) override {
+    ++records;
+    next = static_cast<int>(data.values[6]) + 1;
+  }
+  int records = 0;
+  int next = 0;  // number of the line that comes next
+};
+
+// Lines are told apart by their number: the emulator counts those that it writes into a connection.
+class Day {
+ public:
+  explicit Day(const TempDirectory& disk) : _disk(disk) {
+    prctl(PR_SET_CHILD_SUBREAPER, 1);  // the zip programs, nobody's children, come to the test
+    _recorder.RegisterListener(&_counter);
+    _recorder.ConnectToAddress(_host, kPort);
+    _time.Schedule(kFirstTrouble, [this] { _MakeTrouble(0); });
+  }
+  ~Day() noexcept {}  // what it holds could throw
+
+  void Run() {
+    _Pass(kSecond);
+    _PassAnHour();
+    const int64_t bytes = HeapBytes(), descriptors = Descriptors();
+    for (int hour = 1; hour < kHours; ++hour) _PassAnHour();
+    EXPECT_GT(bytes + kGrowth, HeapBytes());
+    EXPECT_EQ(descriptors, Descriptors());
+    EXPECT_LT(850'000, _next);
+    EXPECT_LT(100, _analyser.Connections());
+    EXPECT_LE(_counter.next, _next + 11) << "the new day's first second is in its first file";
+    EXPECT_EQ(_counter.records, _counter.next - _lost);
+    const std::set<std::string> left = _disk.Names();
+    const size_t oldest = std::stoul(left.begin()->substr(std::strlen("head-2024-03-01T")));
+    EXPECT_LT(0U, oldest) << "nothing was reclaimed";
+    EXPECT_EQ(kHours + 1, oldest / 10'000 + left.size()) << "not the oldest ones";
+  }
+
+ private:
+  // One of them now and the next one a while later. What lasts is ended by a second action.
+  void _MakeTrouble(size_t index) {
+    const struct {
+      std::function<void()> begin, end;
+    } troubles[] = {
+        {[this] { _analyser.Refuse(), _analyser.HangUp(); }, [this] { _analyser.Listen(); }},
+        {[this] { _analyser.Stall(true); }, [this] { _analyser.Stall(false); }},
+        {[this] { _analyser.CutLine(); }, {}},
+        {[this] { _analyser.SendGarbage(5'000); }, {}},
+        {[this] { _analyser.Send("DATA\t1\t2\t  0\n"); }, {}},
+        {[this] { _resets.insert(_analyser.LinesSent()), _analyser.Reset(); }, {}},
+        {[this] { _analyser.Vanish(); }, [this] { _ComeBackElsewhere(); }},
+    };
+    const auto& trouble = troubles[index % std::size(troubles)];
+    trouble.begin();
+    if (trouble.end) _time.Schedule(kTrouble, trouble.end);
+    _time.Schedule(kNextTrouble, [this, index] { _MakeTrouble(index + 1); });
+  }
+
+  void _ComeBackElsewhere() {
+    _host = _host == "127.0.0.1" ? "127.0.0.2" : "127.0.0.1";
+    _analyser.MoveTo(_host);
+    _recorder.GetHead().Connect(_host);
+  }
+
+  // With real time for what is on its way through the system, which is hardly any where it is a line.
+  void _Pass(int duration) {
+    const auto adjust = [this] {
+      const bool behind = _counter.next != _analyser.LinesSent();
+      _time.SetGrace(!_analyser.IsConnected() ? kConnectGrace : behind ? kLineGrace : 0);
+      return false;
+    };
+    PollUntil(adjust, duration);
+  }
+
+  void _PassAnHour() {
+    for (int minute = 0; minute < 60; ++minute) {
+      _Pass(kMinute);
+      int64_t all = 0;
+      for (const std::string& name : _disk.Names()) all += FileSize(_disk / name);
+      EXPECT_LE(all, kDisk / 100 * (kPercent + 1) + _largest) << "a share is cut to whole percent";
+    }
+    _CheckNewestPacked();
+  }
+
+  // It is dated by the day's time, as the system's has hardly gone on.
+  void _CheckNewestPacked() {
+    for (int status = 0; wait(&status) > 0;) EXPECT_EQ(0, status) << "zip";
+    std::string zip, text;
+    for (const std::string& name : _disk.Names())
+      if (name.ends_with(".zip")) zip = _disk / name;
+    const utimbuf now = {time(nullptr), time(nullptr)};
+    EXPECT_EQ(0, utime(zip.c_str(), &now));
+    EXPECT_EQ(0, RunProgramCaptureStdout("/usr/bin/unzip -p " + zip, text));
+    _largest = std::max<int64_t>(text.size(), _largest);
+    _CheckLines(text);
+  }
+
+  // No line is missing but those that a reset has taken along, and each one is what was sent.
+  void _CheckLines(const std::string& text) {
+    std::istringstream lines(text);
+    std::string line;
+    while (std::getline(lines, line) && !line.starts_with("DATAH\t")) continue;
+    while (std::getline(lines, line)) {
+      line += '\n';
+      int seconds = 0, nanoseconds = 0, number = 0;
+      std::sscanf(line.c_str(), "DATA %d %d %*s %*s %*s %*s %*s %*s %*s %d", &seconds, &nanoseconds, &number);
+      if (line != Analyser::DataLine(seconds, nanoseconds, number)) ADD_FAILURE() << line;
+      if (number != _next && (number < _next || _resets.count(number) == 0)) ADD_FAILURE() << _next << " is missing";
+      _lost += number - _next;
+      _next = number + 1;
+    }
+  }
+
+  const TempDirectory& _disk;
+  VirtualTime _time;
+  std::string _host = "127.0.0.1";
+  Analyser _analyser{_host, kPort};
+  Counter _counter;
+  Recorder _recorder{{_disk.Path(), "head", 3'600, kPercent, false}};
+  std::set<int> _resets;  // how many lines had been sent
+  int _next = 0;          // number of the line that a file has next
+  int _lost = 0;
+  int64_t _largest = 0;  // bytes, of a file's text
+};
+
+TEST(Road, ADayOfTroubles) {
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  const TempDirectory disk;
+  const auto result = RunInMountNamespace([&disk] {
+    // A network of its own for the fixed port: on one of the system's choice a link may meet itself.
+    ASSERT_EQ(0, unshare(CLONE_NEWNET));
+    ASSERT_EQ(0, RunProgram("/bin/sh -c 'ip link set lo up'"));
+    MountEmpty(disk.Path(), "size=" + std::to_string(kDisk));
+    AvahiHosts::UseNone();
+    Day(disk).Run();
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
+}
+
+TEST(Road, TheAnalyserIsFoundAgainAtAnotherAddress) {
+  if (const std::string why = AvahiHosts::Missing(); !why.empty()) GTEST_SKIP() << why;
+  const AvahiHosts hosts;
+  const TempDirectory disk;
+  std::optional<Analyser> analyser;
+  Counter counter;
+  Recorder recorder({disk.Path()});
+  recorder.RegisterListener(&counter);
+  recorder.ConnectToName("meadow");
+  BonjourResolver known;
+  BonjourClient browser(&known);
+  browser.Browse(Analyser::kType);
+  for (const int host : {1, 0}) {
+    hosts.Use(host);
+    hosts.InNetwork(host, [&] { analyser.emplace("::", kPort).Announce("meadow"); });
+    counter.records = 0;
+    hosts.InNetwork(0, [&] { EXPECT_TRUE(PollUntil([&] { return counter.records == 3; }, kMinute)) << host; });
+    analyser->Vanish();
+    EXPECT_TRUE(PollUntil([&] { return known.Hosts().empty() && !recorder.GetHead().IsConnected(); }));
+  }
+  EXPECT_EQ(1U, disk.Names().size());
+}
+
+}  // namespace
