@@ -233,10 +233,11 @@ TEST_F(Discovery, LetsAListenerThrowClearAndDestroy) {
   finder.on_event = [] { throw std::runtime_error("enough"); };
   EXPECT_EQ("enough", ErrorText([&] { Until([&] { return finder.added == 2; }); }));
 
-  finder.on_event = [&] {
+  finder.on_event = [&, port = 1]() mutable {
+    if (!finder.errors.empty()) throw std::runtime_error(finder.errors.back());
     client->Clear();
     client->Browse(kType);
-    client->Register("mine", kType, "", 1, {}, true);
+    client->Register("mine", kType, "", ++port, {}, true);
   };
   EXPECT_TRUE(Until([&] { return finder.added >= 4; }));
   EXPECT_EQ(0U, finder.errors.size());
