@@ -114,44 +114,33 @@ TEST(XMLParser, ABrokenStreamIsAnErrorWithoutAMessageAndRecoveryEnds) {
   }
 }
 
+// Each piece behind its kind: "=" for plain text, "{" for a description, "!" for an unknown query.
 TEST(XMLQueryStringParser, CutsATextIntoPieces) {
-  // "=" plain text, "{" a description, "!" an unknown query; a known one by its entity's name.
-  const char* const names[] = {
-      "item", "context", "changes_item", "changes_context", "doctype_item", "doctype_context", "=", "{", "start",
-      "end",  "!"};
-  const struct {
-    const char* text;
-    const char* pieces;
-  } rows[] = {
-      {"", "start|end|"},
-      {"This is a &query_item; string", "start|=This is a |item&query_item;|= string|end|"},
-      {"This isn't", "start|=This isn't|end|"},
-      {"&query; at the beginning", "start|context&query;|= at the beginning|end|"},
-      {"at the end &query_changes_context;", "start|=at the end |changes_context&query_changes_context;|end|"},
-      {"an illegal &query string", "start|=an illegal &query string|end|"},
-      {"&query_changes_item; and then an error &query_junk; query",
-       "start|changes_item&query_changes_item;|= and then an error |!&query_junk;|= query|end|"},
-      {"{doctype information}", "start|{doctype information|end|"},
-      {"begin {doctype information}", "start|=begin {doctype information}|end|"},
-      {"{doctype information} end", "start|={doctype information} end|end|"},
-      {"{}{", "start|={}{|end|"},
-      {"{}", "start|{|end|"},
-      {"{", "start|={|end|"},
-      {"&query_context;&query_changes;&query_doctype;&query_doctype_context;&query_doctype_item;",
-       "start|context&query_context;|changes_context&query_changes;|doctype_context&query_doctype;|"
-       "doctype_context&query_doctype_context;|doctype_item&query_doctype_item;|end|"},
+  const char* const kinds[] = {"item",  "context", "changes", "changes_context", "doctype", "doctype_context", "=", "{",
+                               "start", "end",     "!"};
+  const char* const rows[][2] = {
+      {"", ""},
+      {"This is a &query_item; string", "=This is a |item&query_item;|= string|"},
+      {"&query; then &query_changes_context;", "context&query;|= then |changes_context&query_changes_context;|"},
+      {"an illegal &query string", "=an illegal &query string|"},
+      {"&query_changes_item; and &query_junk; query", "changes&query_changes_item;|= and |!&query_junk;|= query|"},
+      {"{doctype information}", "{doctype information|"},
+      {"begin {doctype}", "=begin {doctype}|"},
+      {"{doctype} end", "={doctype} end|"},
+      {"{}", "{|"},
+      {"{", "={|"},
+      {"&query_doctype;&query_doctype_context;&query_doctype_item;",
+       "doctype_context&query_doctype;|doctype_context&query_doctype_context;|doctype&query_doctype_item;|"},
   };
-  for (const auto& row : rows) {
-    XMLQueryStringParser parser(row.text);
-    std::string pieces;
-    XMLQueryStringParser::QueryTokenKind kind{};
+  for (const auto& [text, pieces] : rows) {
+    XMLQueryStringParser parser(text);
+    std::string told;
     do {
-      kind = parser.GetNextToken();
-      pieces += names[kind] + parser.GetTokenString() + "|";
+      told += kinds[parser.GetNextToken()] + parser.GetTokenString() + "|";
       parser.PutBackToken();
-      EXPECT_EQ(kind, parser.GetNextToken());
-    } while (kind != XMLQueryStringParser::END_STRING);
-    EXPECT_EQ(row.pieces, pieces);
+      EXPECT_EQ(parser.GetCurrToken(), parser.GetNextToken());
+    } while (parser.GetCurrToken() != XMLQueryStringParser::END_STRING);
+    EXPECT_EQ("start|" + std::string(pieces) + "end|", told);
   }
 }
 
