@@ -20,30 +20,13 @@
 #include <uv.h>
 
 #include <array>
-#include <cstdlib>
 #include <deque>
 #include <functional>
-#include <new>
 #include <vector>
 
+#include "bench/news.h"
 #include "bench/turns.h"
 #include "runtime/pollprocessor.h"
-
-namespace {
-int64_t news = 0;
-}
-
-[[gnu::noinline]] void* operator new(size_t size) {
-  ++news;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 

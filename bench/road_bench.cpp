@@ -13,34 +13,18 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <new>
 #include <optional>
 #include <string>
 
 #include "analyser/ch4device.h"
 #include "bench/memory_directory.h"
+#include "bench/news.h"
 #include "bench/silence.h"
 #include "bench/turns.h"
 #include "emulators/analyser.h"
 #include "logging/logger.h"
 #include "net/socket.h"
 #include "runtime/datachecksum.h"
-
-namespace {
-int64_t news = 0;
-}
-
-[[gnu::noinline]] void* operator new(size_t size) {
-  ++news;
-  if (void* memory = std::malloc(size)) return memory;
-  throw std::bad_alloc();
-}
-[[gnu::noinline]] void operator delete(void* memory) noexcept {
-  std::free(memory);
-}
-[[gnu::noinline]] void operator delete(void* memory, size_t) noexcept {
-  std::free(memory);
-}
 
 namespace {
 

@@ -15,6 +15,7 @@
 #include <string>
 #include <utility>
 
+#include "examples/timer.h"
 #include "net/bonjourclient.h"
 #include "runtime/pollprocessor.h"
 
@@ -53,16 +54,6 @@ std::string Printable(const std::string& bytes) {
   }
   return text;
 }
-
-class Timer : public PollTimer {
- public:
-  // `timeout` in milliseconds, negative for none yet.
-  Timer(int timeout, std::function<void()> action) : PollTimer(timeout, true), _action(std::move(action)) {}
-  void HandleTimeout() override { _action(); }
-
- private:
-  const std::function<void()> _action;
-};
 
 class Browser : public BonjourClientListener {
  public:

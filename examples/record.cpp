@@ -22,6 +22,7 @@
 
 #include "emulators/analyser.h"
 #include "examples/recorder.h"
+#include "examples/timer.h"
 #include "net/socketaddress.h"
 #include "runtime/errnoexcept.h"
 #include "runtime/pollprocessor.h"
@@ -68,16 +69,6 @@ bool IsAddress(const std::string& target) {
     return false;
   }
 }
-
-class Timer : public PollTimer {
- public:
-  // `timeout` in milliseconds, negative for none.
-  Timer(int timeout, std::function<void()> action) : PollTimer(timeout, true), _action(std::move(action)) {}
-  void HandleTimeout() override { _action(); }
-
- private:
-  const std::function<void()> _action;
-};
 
 // An analyser in a hurry and a directory that goes when the program ends; files of three seconds.
 class Demonstration {
