@@ -35,6 +35,7 @@ class Analyser : public PollTimer {
   bool IsConnected() const { return _peer.IsOpen(); }
   // Each line that it was sent, without its end.
   const std::vector<std::string>& Commands() const { return _commands; }
+  void ForgetCommands() { _commands.clear(); }
   int LinesSent() const { return _lines; }
 
   // Through the Avahi daemon, as a service of this host; by Vanish it is withdrawn and nobody can connect any more.
