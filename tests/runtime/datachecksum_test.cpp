@@ -9,14 +9,13 @@ TEST(DataCheckSum, ReadsAndWritesTheFieldOfThree) {
     const char* line;
     int number;
     bool agrees;
-  } rows[] = {{"\a  7\n", 7, true}, {"\a007\n", 7, true},   {"\a7  \n", 7, true}, {"\a 7x\n", 7, true},
-              {"\a+7 \r", 7, true}, {"\a -7\n", -7, false}, {"   0\n", 0, false}, {"   \n", 0, true},
-              {"x\n", 0, false},    {"", 0, false},         {"\a 0x\n", 0, false}};
+  } rows[] = {
+      {"\a  7\n", 7, true}, {"\a7x \r", 7, true}, {"\a -7\n", -7, false}, {"   \n", 0, true}, {"x\n", 0, false}};
   for (const auto& row : rows) {
     EXPECT_EQ(row.number, ReadCheckSum(row.line)) << row.line;
     EXPECT_EQ(row.agrees, CheckSumAgrees(row.line)) << row.line;
   }
-  for (const std::string line : {"", "\x07", "\xff\x07", "\xff\x1f", "\xff"}) {
+  for (const std::string line : {"", "\xff\x1f", "\xff"}) {
     std::string text = line;
     AppendCheckSum(text);
     EXPECT_TRUE(CheckSumAgrees(text)) << text;

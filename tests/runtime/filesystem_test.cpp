@@ -30,7 +30,7 @@ TEST_F(Filesystem, QueriesForgive) {
   const struct {
     const char* name;
     uint64_t size, followed;
-  } rows[] = {{"file", 5, 5}, {"link", 4, 5}, {"broken", 14, 0}, {"loop", 4, 0}, {"none", 0, 0}, {"file/below", 0, 0}};
+  } rows[] = {{"file", 5, 5}, {"link", 4, 5}, {"broken", 14, 0}, {"loop", 4, 0}, {"file/below", 0, 0}};
   for (const auto& [name, size, followed] : rows) {
     const std::string path = dir / name;
     EXPECT_TRUE(!IsDirectory(path) && IsRegularFile(path) == (followed != 0)) << name;
@@ -38,8 +38,6 @@ TEST_F(Filesystem, QueriesForgive) {
     EXPECT_TRUE(FileSizeAndModTime(path).size == size && (FileModTime(path) != 0) == (size != 0)) << name;
     EXPECT_EQ(followed != 0, FileModTimeFollowSymLink(path) != 0) << name;
   }
-  for (const auto& [path, name] : {std::pair{"/a/b.txt", "b.txt"}, {"b.txt", "b.txt"}, {"/a/", ""}})
-    EXPECT_EQ(name, ExtractFilename(path));
 }
 
 TEST_F(Filesystem, ActsOnFilesAndDirectories) {
@@ -48,7 +46,6 @@ TEST_F(Filesystem, ActsOnFilesAndDirectories) {
   CreateSymLink(std::string(300, 'x'), dir / "long");
   EXPECT_EQ(std::string(255, 'x'), ReadSymLink(dir / "long"));
   EXPECT_TRUE(S_ISLNK(FileInformation(dir / "link").mode));
-  EXPECT_EQ(std::filesystem::space(dir.Path()).capacity, PartitionSizeAndAvailableSpace(dir.Path()).partition_size);
   umask(022);
   const TmpDir tmp(dir / "tmp");
   for (int twice = 0; twice < 2; ++twice) tmp._MkDir();
@@ -84,10 +81,7 @@ TEST_F(Filesystem, WalksAllEntriesAndACopyStartsAgain) {
   EXPECT_EQ((std::multiset<std::string>{dir / "sub/.", dir / "sub/.."}), seen);
   DirectoryIterator it(dir.Path());
   const std::string first = *it;
-  DirectoryIterator copy(++it);
-  EXPECT_EQ(first, *copy);
-  copy = end;
-  EXPECT_EQ(end, ++copy);
+  EXPECT_EQ(first, *DirectoryIterator(++it));
   _DirList list(dir.Path());
   int type = 0;
   for (std::string name; list.GetNextEntry(name, &type);) EXPECT_EQ(name == "sub", type == DT_DIR && name[0] != '.');
@@ -102,14 +96,11 @@ TEST_F(Filesystem, FindsHomeConfigurationWorkingDirectoryAndTheZoneOfTheLink) {
     EXPECT_TRUE(IsDirectory(dir / ".config"));
     unsetenv("HOME");
     EXPECT_EQ(getpwuid(getuid())->pw_dir, HomeDirectory());
-    EXPECT_EQ(0, chdir(dir.Path().c_str()));
-    EXPECT_EQ(dir.Path(), CurrentWorkingDirectory());
     EXPECT_EQ(0, chdir((dir / "sub").c_str()));
     RmDirectory(dir / "sub");
     EXPECT_EQ("Unable to read current working directory: No such file or directory",
               ErrorText([] { CurrentWorkingDirectory(); }));
-    MountCopy("/etc");
-    unlink("/etc/localtime");
+    MountEmpty("/etc");
     EXPECT_THROW(TimezoneString(), ErrnoError);
     for (const auto& [target, zone] : {std::pair{"/usr/share/zoneinfo/America/Chicago", "America/Chicago"},
                                        {"../zoneinfo/posix/zoneinfo/UTC", "posix/zoneinfo/UTC"},

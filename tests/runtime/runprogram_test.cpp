@@ -46,7 +46,6 @@ TEST(RunProgram, ConnectsOnePipeOrNothing) {
   const StreamFile open("/dev/null", O_RDONLY);
   const std::string number = std::to_string(open.Fileno());
   EXPECT_EQ(0, RunProgram("/bin/sh -c 'cd /proc/$$/fd; ! test -e 0 && ! test -e 1 && ! test -e " + number + " '"));
-  EXPECT_EQ(127, RunProgram("/no/such/program"));
   EXPECT_EQ(0, RunProgramWriteStdin("/bin/sh -c 'read a; echo ${a}d; read b; test $b = sentd'", "sent\n"));
   EXPECT_EQ(5, RunProgramWriteStdin("/bin/sh -c 'head -c 200000 >/dev/null; exit 5'", std::string(200000, 'x')));
   const auto result = RunInChild([] {  // an owner without standard streams gets their numbers for the pipe
