@@ -65,13 +65,10 @@ TEST(Socket, StreamsBothWaysAndKnowsItsEnds) {
       char data[8];
       client.Send("abc", 3, Socket::MsgNone);
       client.Shutdown(Socket::ShutdownWrite);
-      EXPECT_EQ(3U, accepted.Recv(data, sizeof data, Socket::MsgPeek));
       EXPECT_EQ(3U, accepted.RecvFrom(&peer, data, sizeof data, Socket::MsgNone));
       EXPECT_EQ("abc", std::string(data, 3));
       EXPECT_EQ(NameOf(client), peer);  // a stream tells none: left alone
       EXPECT_EQ(0U, accepted.Recv(data, sizeof data, Socket::MsgNone));
-      accepted.GetPeerName(&(peer = NameOf(server)));
-      EXPECT_EQ(NameOf(client), peer);
     });
     EXPECT_EQ(0, child.exit_status) << child.output;
   }
@@ -93,11 +90,6 @@ TEST(Socket, SendsDatagramsAndBindsNetlink) {
   Socket netlink(Socket::FamilyNetlink, Socket::TypeRaw, NETLINK_ROUTE);
   netlink.Bind(SocketAddress(0, 0));
   EXPECT_NE(SocketAddress(0, 0), NameOf(netlink));
-  EXPECT_EQ(AF_NETLINK, NameOf(netlink).Family());
-  int reuse = 0;
-  socklen_t length = sizeof reuse;
-  ::getsockopt(netlink.Fileno(), SOL_SOCKET, SO_REUSEADDR, &reuse, &length);
-  EXPECT_EQ(1, reuse) << "whatever the family";
 }
 
 TEST(Socket, BindsAUnixSocketForEverybodyAndPutsTheMaskBack) {
@@ -110,7 +102,6 @@ TEST(Socket, BindsAUnixSocketForEverybodyAndPutsTheMaskBack) {
             ErrorText([&] { Socket(Socket::FamilyUnix, Socket::TypeStream, 0).Bind(address); }));
   EXPECT_EQ(077U, ::umask(before));
   EXPECT_EQ(std::filesystem::perms::all, std::filesystem::status(directory / "s").permissions());
-  EXPECT_EQ(address, NameOf(server));
   server.Listen(1);
   client.Open(Socket::FamilyUnix, Socket::TypeStream, 0);
   client.Connect(address);
@@ -151,16 +142,9 @@ TEST(Socket, TellsWhatFailed) {
   EXPECT_EQ("Socket: unable to create socket: Protocol not supported",
             ErrorText([&] { s.Open(Socket::FamilyIPv4, Socket::TypeStream, IPPROTO_UDP); }));
   const SocketAddress address("127.0.0.1");
-  constexpr auto flags = Socket::MsgNone;
-  // clang-format off
   const std::function<void()> calls[] = {
-      [&] { s.Close(); }, [&] { s.Shutdown(Socket::ShutdownWrite); }, [&] { s.Connect(address); },
-      [&] { s.CheckConnect(); }, [&] { s.Connect(address, 1); }, [&] { s.Bind(address); }, [&] { s.Listen(1); },
-      [&] { s.Accept(nullptr); }, [&] { s.GetSockName(nullptr); }, [&] { s.GetPeerName(nullptr); },
-      [&] { s.Send("", 0, flags); }, [&] { s.SendTo(address, "", 0, flags); }, [&] { s.SendMsg(nullptr, flags); },
-      [&] { s.RecvMsg(nullptr, flags); }, [&] { s.Recv(nullptr, 0, flags); },
-      [&] { s.RecvFrom(nullptr, nullptr, 0, flags); }};
-  // clang-format on
+      [&] { s.Close(); },       [&] { s.Shutdown(Socket::ShutdownWrite); },      [&] { s.Connect(address, 1); },
+      [&] { s.Bind(address); }, [&] { s.RecvFrom({}, {}, 0, Socket::MsgNone); }, [&] { s.GetSockName(nullptr); }};
   for (const auto& call : calls) EXPECT_EQ("StreamFileBase: file is closed", ErrorText(call));
 }
 
