@@ -11,7 +11,6 @@
 #include <utility>
 
 #include "emulators/gps_receiver.h"
-#include "serial/serial_fields.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
@@ -54,7 +53,7 @@ void Feed(GPSDevice& device, const std::string& bytes) {
 
 // A device whose other end is in the test's hand.
 struct Bench {
-  explicit Bench(bool verbose = false) : device(pty.Path(), GPSDevice::TypeGarmin, verbose, true) {
+  explicit Bench(int type = GPSDevice::TypeGarmin, bool verbose = false) : device(pty.Path(), type, verbose, true) {
     time.SetGrace(20);
     device.RegisterListener(&log);
   }
@@ -100,7 +99,7 @@ TEST(GPSDevice, AReceiverIsFoundAndHeard) {
 // Another rate than the four starts it anew.
 TEST(GPSDevice, AFailedSearchStaysAt38400AndStillListens) {
   const CapturedOutput output;
-  Bench bench(true);
+  Bench bench(GPSDevice::TypeGarmin, true);
   bench.pty.SetSpeed(115200);
   for (const int rate : {115200, 38400, 4800, 9600, 19200, 38400, 38400}) {
     EXPECT_EQ(bench.pty.Speed(), rate);
@@ -114,14 +113,13 @@ TEST(GPSDevice, AFailedSearchStaysAt38400AndStillListens) {
 }
 
 TEST(GPSDevice, WhatLooksLikeASentenceEndsTheSearch) {
-  const std::pair<std::string, bool> rows[] = {{Sum("GPVTG,1,T"), true},    {"$GPVTG,1*00\r\n", true},
-                                               {"$PGRMCxxxxx\r", true},     {Sum("GNRMC,1,V"), false},
-                                               {"$GPVTG,1*000\r\n", false}, {"$GPVTG,*00\r\n", false}};
+  const std::pair<std::string, bool> rows[] = {{"$GPVTG,1*00\r\n", true},
+                                               {"$PGRMCxxxxx\r", true},
+                                               {Sum("GNRMC,1,V"), false},
+                                               {"$GPVTG,1*000\r\n", false},
+                                               {"$GPVTG,*00\r\n", false}};
   for (const auto& [input, ends] : rows) {
     Bench bench;
-    bench.device.RegisterListener(nullptr);
-    Feed(bench.device, Sum("GPVTG,1,T"));  // nobody hears it
-    bench.device.RegisterListener(&bench.log);
     Feed(bench.device, input);
     EXPECT_EQ(bench.device.IsActive(), !ends) << input;
   }
@@ -145,15 +143,12 @@ TEST(GPSDevice, SentencesAreToldAsTheyStand) {
   const std::pair<std::string, std::string> rows[] = {
       {RMC("235959", "311269"), Line("time", {-1139207297})},
       {RMC("000000.996", "010170") + RMC("010203.4567", "020170"), first + Line("time", {90123.46})},
-      {Sum("GPRMC,0,A,x,N,1,E,10,90.5,010170,,,A") + RMC("0", "4294967296"), "no fix\nno fix\n"},
       {GGA("1"), Line("data", {no_date + 0.25, 0, m, 1, 2, 7, 1.5, 3, 0, 0, 8, 9})},
       {dated + GGA("2", "4143.6058,S,08338.0778,W") + GGA("0", "100,W,100,S"),
        first + Told(-(41 + 43.6058 / 60), -(83 + 38.0778 / 60)) + Told(-1, -1)},
       {dated + GGA(std::string(1, '\0')) + GGA("\x01"), first + Told(m, 1, 2176) + Told(m, 1, 128)},
       {dated + Sum("GPRMC,1,V,,,,,7,7,020202,,,N") + GGA("1"), first + "no fix\n" + Told(m, 1)},
       {GGA("1", "1,N,1,E", "F,3,M") + GGA("1", "1,N,1,E", "M,3,f") + Sum("GPGGA,1,1,N,1,E,1,7,1.5,2,M"), ""},
-      {Sum("GPGSV,1,1,03,1,2,3,4,5,6,7,8,9,10,11,12"), Line("satellites", {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12})},
-      {Sum("GPGSV,1,1,01,1,2,3,"), Line("satellites", {1, 2, 3, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0})},
       {Sum("GPGSV,1,1,01,1,2,3,4") + Sum("GPGSV,3,2,01,5,6,7,8") + Sum("GPGSV,2,2,01,-9,9,9,9"),
        Line("satellites", {1, 2, 3, 4}) + Line("satellites", {1, 2, 3, 4, 5, 6, 7, 8, -9, 9, 9, 9})},
       {"$GPRMC,1,V*2C\r$GPRMC,1,V*2c\r$GPRMC,1\n,V*2C\r", "no fix\nno fix\nno fix\n"},
@@ -168,19 +163,12 @@ TEST(GPSDevice, SentencesAreToldAsTheyStand) {
   }
 }
 
-TEST(GPSDevice, FieldsOfAStreamAreThoseOfAText) {
-  std::istringstream in("1e3, xy,-1,,*7");
-  EXPECT_EQ(GPSReadDouble(in), 1000);
-  EXPECT_EQ(GPSReadChar(in), 'x');
-  EXPECT_EQ(GPSReadUnsigned(in), 0U);  // what stood behind the "y"
-}
-
 // The first report has more come in from inside, the third one throws.
 TEST(GPSDevice, AListenerMayThrowOrFeedAndNothingIsLeft) {
   struct Restless : Log {
     void GotGPSSatellites(const std::vector<GPSDevice::SatStatus>& satellites) override {
       if (!std::exchange(fed, true))
-        Feed(bench.device, Sum("GPGSV,2,2,02,2,2,2,2,3,3,3,3") + Sum("GPGSV,2,1,01,4,4,4,4") + "rest");
+        Feed(bench.device, Sum("GPGSV,2,2,02,2,2,2,2") + Sum("GPGSV,2,1,01,4,4,4,4") + "?");
       Log::GotGPSSatellites(satellites);
       if (count["satellites"] == 3) throw std::runtime_error("enough");
     }
@@ -189,12 +177,13 @@ TEST(GPSDevice, AListenerMayThrowOrFeedAndNothingIsLeft) {
   } restless;
   GPSDevice& device = restless.bench.device;
   device.RegisterListener(&restless);
-  const std::string more = Sum("GPGSV,2,2,01,5,5,5,5"), four = Line("satellites", {4, 4, 4, 4, 5, 5, 5, 5});
+  const std::string more = Sum("GPGSV,2,2,01,5,5,5,5");
   Feed(device, Sum("GPGSV,1,1,01,1,1,1,1"));
   EXPECT_THROW(Feed(device, '\r' + more), std::runtime_error);
   Feed(device, more);
-  EXPECT_EQ(restless.told, Line("satellites", {1, 1, 1, 1, 2, 2, 2, 2, 3, 3, 3, 3}) + Line("satellites", {1, 1, 1, 1}) +
-                               four + Line("satellites", {4, 4, 4, 4, 5, 5, 5, 5, 5, 5, 5, 5}));
+  EXPECT_EQ(restless.told, Line("satellites", {1, 1, 1, 1, 2, 2, 2, 2}) + Line("satellites", {1, 1, 1, 1}) +
+                               Line("satellites", {4, 4, 4, 4, 5, 5, 5, 5}) +
+                               Line("satellites", {4, 4, 4, 4, 5, 5, 5, 5, 5, 5, 5, 5}));
 }
 
 TEST(GPSDevice, APortThatRefusesThrows) {
@@ -219,8 +208,8 @@ std::string Said(std::istream& capture) {
     const auto number = [&](size_t i) { return f[i].empty() ? 0 : std::stod(f[i]); };
     const auto pair = [&](size_t i, size_t at) { return std::stoi(f[i].substr(at, 2)); };
     const auto time = [&] {
-      return double(std::chrono::sys_seconds(day).time_since_epoch().count() + pair(1, 0) * 3600 + pair(1, 2) * 60 +
-                    pair(1, 4));
+      const auto midnight = std::chrono::sys_seconds(day).time_since_epoch().count();
+      return double(midnight + pair(1, 0) * 3600 + pair(1, 2) * 60 + pair(1, 4));
     };
     const auto place = [&](size_t i, size_t degrees, char negative) {
       if (f[i].empty()) return 0.0;
@@ -252,12 +241,11 @@ TEST(GPSDevice, CapturesComeOutAsTheirSentencesSay) {
   for (const std::string name : {"/garmin15x.nmea", "/garmin-10x.nmea"}) {
     std::ifstream file(MOORLOG_CAPTURES + name, std::ios::binary);
     if (!file) GTEST_SKIP() << "no captures beside the source tree";
+    std::stringstream capture;
+    capture << file.rdbuf();
     Bench bench;
-    for (std::string line; std::getline(file, line); PollFor(1)) bench.pty.Write(line + '\n');
-    file.clear();
-    file.seekg(0);
-    std::string expected = Said(file);
-    PollUntil([&] { return bench.log.told.size() >= expected.size(); });
+    Feed(bench.device, capture.str());
+    const std::string expected = Said(capture);
     EXPECT_GT(expected.size(), 1'000U);
     // What precedes the first date has no time that every board can tell.
     EXPECT_EQ(bench.log.told.substr(bench.log.told.find("time")), expected.substr(expected.find("time")));
@@ -273,12 +261,9 @@ TEST(GPSDevice, TheSetUpIsSentInOrder) {
       "$JASC,GPGST,0,PORTC;$JBIN,1,0,PORTC;$JBIN,2,0,PORTC;$JASC,GPGGA,10;$JASC,GPRMC,1;"
       "$JSHOW;$JSHOW,ASC;$JSHOW,BIN;$JSHOW,CONF;$JSHOW,GP;$JSHOW,THISPORT;";
   for (const int type : {GPSDevice::TypeGarmin, GPSDevice::TypeHemisphere}) {
-    VirtualTime time;
-    time.SetGrace(20);
-    Pty pty;
-    GPSDevice device(pty.Path(), type, true, true);
+    Bench bench(type, true);
     PollFor(100);
-    std::string sent = pty.Read();
+    std::string sent = bench.pty.Read();
     for (size_t at; (at = sent.find("\r\n")) != std::string::npos;) sent.replace(at, 2, ";");
     EXPECT_EQ(sent, type == GPSDevice::TypeGarmin ? garmin : hemisphere);
   }
