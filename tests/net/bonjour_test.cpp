@@ -1,6 +1,5 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <net/if.h>
 #include <sys/eventfd.h>
 #include <unistd.h>
 
@@ -100,11 +99,6 @@ TEST(BonjourClient, IsAShellWithoutADaemon) {
   }
   const std::string error = "Unable to create Avahi client\n";
   EXPECT_THAT(listener.errors, ElementsAre(error, error));
-
-  auto client = std::make_unique<BonjourClient>(&listener);
-  listener.on_event = [&client] { client.reset(); };
-  client->Clear();
-  EXPECT_EQ(nullptr, client);
 }
 
 class Discovery : public testing::Test {
@@ -141,7 +135,6 @@ TEST_F(Discovery, FindsResolvesAndLosesAServiceOfAnotherHost) {
   ipv6.Scope(found.interface);
   EXPECT_THAT(found.addresses, ElementsAre(ipv4, ipv6));
   EXPECT_EQ(std::string(kType) + " local moorlog-1.local", found.type + ' ' + found.domain + ' ' + found.host);
-  hosts->InNetwork(0, [&] { EXPECT_EQ(if_nametoindex("eth0"), found.interface); });
   EXPECT_EQ(txt, found.txt);
   const Txt strange = {{"k", "b"}, {"long", std::string(200, 'f')}, {"nul", std::string(1, '\0')}};
   EXPECT_EQ(strange, finder.Lookup("strange")->txt);
@@ -149,7 +142,6 @@ TEST_F(Discovery, FindsResolvesAndLosesAServiceOfAnotherHost) {
 
   waiting.Commit();
   ASSERT_TRUE(finder.Finds("later", 2));
-  EXPECT_EQ(Txt(), finder.Lookup("later")->txt);
   hosts->Withdraw(1, "strange");
   offering.Clear();
   EXPECT_TRUE(Until([&] { return finder.Hosts().size() == 1; }));
