@@ -7,6 +7,7 @@
 #include <functional>
 #include <optional>
 #include <tuple>
+#include <utility>
 
 #include "emulators/pty.h"
 #include "tests/support/captured_output.h"
@@ -51,65 +52,58 @@ TEST(LinuxTTYControl, IsRawWhileOpenHandlesItsLinesAndRestores) {
   EXPECT_EQ(now.c_cc[VMIN] + now.c_cc[VTIME], 10);
 }
 
-TEST(LinuxTTYControl, ConfigureSetsExactlyWhatIsAskedOrNothing) {
-  const struct {
-    Control::ConfigInfo asked;  // rate, stop bits, parity, data bits, software and hardware flow control
-    tcflag_t flags;
-    std::string invalid = {};
-  } rows[] = {
-      {{2400, 2, Control::ParityOdd, 7, true, false}, B2400 | CS7 | PARENB | PARODD | CSTOPB},
-      {{300, 1, Control::ParityMark, 8, false, true}, B300 | CS8 | CRTSCTS},
-      {{14400, 3, 9, 9, false, false}, 0, "baud rate: 14400"},
-      {{9600, 3, 9, 6, false, false}, 0, "number of data bits: 6"},
-      {{9600, 0, 9, 8, false, false}, 0, "number of stop bits: 0"},
-      {{9600, 1, 5, 8, false, false}, 0, "parity: 5"},
-  };
-  constexpr tcflag_t before = CLOCAL | CREAD | CS6 | PARENB | PARODD;
-  for (auto row : rows) {
-    auto& asked = row.asked;
-    const Pty pty;
+TEST(LinuxTTYControl, ConfigureSetsExactlyWhatIsAsked) {
+  const Pty pty;
+  const std::pair<Control::ConfigInfo, tcflag_t> rows[] = {
+      // Rate, stop bits, parity, data bits, software and hardware flow control.
+      {{2400, 2, Control::ParityOdd, 7, true, false}, CS7 | PARENB | PARODD | CSTOPB},
+      {{300, 1, Control::ParityMark, 8, false, true}, CS8 | CRTSCTS}};
+  for (auto [asked, flags] : rows) {
     FakeDevice port;
     Control control(pty.Path());
-    port.settings.c_cflag = before;
+    port.settings.c_cflag = CLOCAL | CREAD | CS6 | PARENB | PARODD;
     port.settings.c_iflag = IXOFF | INLCR;
-    const bool good = row.invalid.empty();
-    EXPECT_EQ(ErrorOf([&] { EXPECT_EQ(control.configure(asked), good); }),
-              good ? "" : "Control: Invalid " + row.invalid);
-    EXPECT_EQ(port.settings.c_cflag & ~tcflag_t{CIBAUD}, good ? CREAD | row.flags : before);
-    EXPECT_EQ(port.settings.c_iflag, tcflag_t(INLCR | (!good ? IXOFF : asked.softwareFlowControl ? IXON | IXOFF : 0)));
-    if (!good) continue;
-    EXPECT_EQ(cfgetispeed(&port.settings), cfgetospeed(&port.settings));
-    if (asked.parity > Control::ParityOdd) asked.parity = Control::ParityNone;
+    EXPECT_TRUE(control.configure(asked));
+    EXPECT_EQ(port.settings.c_cflag & ~tcflag_t{CIBAUD | CBAUD}, CREAD | flags);
+    EXPECT_EQ(port.settings.c_iflag, tcflag_t(asked.softwareFlowControl ? INLCR | IXON | IXOFF : INLCR));
+    if (asked.parity == Control::ParityMark) asked.parity = Control::ParityNone;
     EXPECT_EQ(control.configuration(), asked);
   }
 }
 
 TEST(LinuxTTY, EachFailureHasItsResultAndItsText) {
-  const auto rts = std::to_string(TIOCM_RTS), dtr = std::to_string(TIOCM_DTR);
   const auto lines = [](bool up) { return [up](Control& c) { return c.lineControl({up, up, false, false}); }; };
+  const auto configure = [](Control::ConfigInfo asked) { return [asked](Control& c) { return c.configure(asked); }; };
+  const std::string rts = std::to_string(TIOCM_RTS), dtr = std::to_string(TIOCM_DTR), io = ": Input/output error";
   const struct {
     std::string failing;
     std::function<bool(Control&)> operation;  // false: the "failed" result
     std::string text;
   } rows[] = {
-      {"tcgetattr", [](auto& c) { return c.configuration().baudRate > 0; }, "get configuration for tty device"},
-      {"cfsetospeed", [](auto& c) { return c.configure({}); }, "set baud rate"},
-      {"tcsetattr", [](auto& c) { return c.configure({}); }, "configure serial port"},
-      {"TIOCMGET", [](auto& c) { return c.lineStatus().cts; }, "read line status"},
-      {"TIOCGICOUNT", [](auto& c) { return c.lineCounters().cts != 0; }, "read line counters"},
-      {"TIOCMBIS" + rts, lines(true), "set RTS"},
-      {"TIOCMBIC" + rts, lines(false), "clear RTS"},
-      {"TIOCMBIC" + dtr, lines(false), "clear DTR"},
-      {"tcsendbreak", [](auto& c) { return c.sendBreak(), false; }, "send break signal"},
+      {"", configure({14400, 3, 9, 9, false, false}), "Invalid baud rate: 14400"},
+      {"", configure({9600, 3, 9, 6, false, false}), "Invalid number of data bits: 6"},
+      {"", configure({9600, 0, 9, 8, false, false}), "Invalid number of stop bits: 0"},
+      {"", configure({9600, 1, 5, 8, false, false}), "Invalid parity: 5"},
+      {"cfsetospeed", configure({}), "Unable to set baud rate" + io},
+      {"tcsetattr", configure({}), "Unable to configure serial port" + io},
+      {"tcgetattr", [](auto& c) { return c.configuration().baudRate > 0; },
+       "Unable to get configuration for tty device" + io},
+      {"TIOCMGET", [](auto& c) { return c.lineStatus().cts; }, "Unable to read line status" + io},
+      {"TIOCGICOUNT", [](auto& c) { return c.lineCounters().cts != 0; }, "Unable to read line counters" + io},
+      {"TIOCMBIS" + rts, lines(true), "Unable to set RTS" + io},
+      {"TIOCMBIC" + rts, lines(false), "Unable to clear RTS" + io},
+      {"TIOCMBIC" + dtr, lines(false), "Unable to clear DTR" + io},
+      {"tcsendbreak", [](auto& c) { return c.sendBreak(), false; }, "Unable to send break signal" + io},
   };
   const Pty pty;
   for (const auto& row : rows) {
     FakeDevice port;
     Control control(pty.Path());
     port.lines = TIOCM_CTS;
+    port.settings.c_cflag = CS6;
     port.failing = row.failing;
-    EXPECT_EQ(ErrorOf([&] { EXPECT_FALSE(row.operation(control)) << row.text; }),
-              "Control: Unable to " + row.text + ": Input/output error");
+    EXPECT_EQ(ErrorOf([&] { EXPECT_FALSE(row.operation(control)) << row.text; }), "Control: " + row.text);
+    EXPECT_EQ(port.settings.c_cflag, tcflag_t{CS6}) << row.text;
   }
   EXPECT_EQ(ErrorOf([] { LinuxTTYReader("/none"); }), ": Unable to open tty device: /none: No such file or directory");
   EXPECT_EQ(ErrorOf([] { Control("/dev/null"); }), ": Unable to change settings for tty device: /dev/null");
