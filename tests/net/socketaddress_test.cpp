@@ -75,14 +75,4 @@ TEST(SocketAddress, KnowsLinkLocalAddressesMasksAndBroadcastAddresses) {
   EXPECT_EQ(SocketAddress("::"), Make("fe80::1", 80, 1).Broadcast(mask));
 }
 
-TEST(SocketAddress, RefusesAFamilyThatItDoesNotKnow) {
-  SocketAddress strange("10.0.0.1");
-  EXPECT_EQ("SocketAddress: x not found: ai_family not supported",
-            ErrorText([&] { strange.Name("x", SocketAddress::FamilyNetlink); }));
-  EXPECT_EQ(SocketAddress("10.0.0.1"), strange);
-  strange._SockAddr()->sa_family = AF_PACKET;
-  EXPECT_EQ("SocketAddress: unknown socket family", ErrorText([&] { strange.Presentation(); }));
-  EXPECT_THROW(SocketAddress{*strange._SockAddr()}, SocketError);
-}
-
 }  // namespace

@@ -39,8 +39,7 @@ struct Clock : testing::Test {
 TEST_F(Clock, FindsTheZonesAndTheOneInForce) {
   LinuxClock clock = Make();
   EXPECT_EQ((std::vector<std::string>{"a", "b/A/Y", "b/X", "b.tab", "broken"}), clock.Zones());
-  for (const auto& [text, zone] :
-       {std::pair("Mars", "UTC"), {"b/X\nrest", "b/X"}, {"b", "b/X"}, {"a", "a"}, {"b/X \n", "a"}}) {
+  for (const auto& [text, zone] : {std::pair("Mars", "UTC"), {"b/X\nrest", "b/X"}, {"b", "b/X"}, {"a", "a"}}) {
     dir.Write("file", text);
     clock.RefreshZone();
     EXPECT_EQ(zone, clock.CurrentZone());
@@ -73,8 +72,7 @@ TEST_F(Clock, SetsBothClocksAndReadsThem) {
   FakeDevice device;
   LinuxClock clock = Make(), none = Make("none");
   clock.SetTime(Timestamp(2024, 7, 1, 12, 0, 7.25));
-  EXPECT_EQ(1'719'828'007, set_time.tv_sec);
-  EXPECT_EQ(250'000, set_time.tv_usec);
+  EXPECT_EQ(std::pair(1'719'828'007L, 250'000L), std::pair(long{set_time.tv_sec}, long{set_time.tv_usec}));
   EXPECT_EQ(10, device.clock.tm_hour);  // UTC
   EXPECT_EQ(1'719'828'007, clock._read_hw_time());
   device.clock = {59, 59, 23, 31, 11, 69, 0, 0, 0};  // a second before 1970
