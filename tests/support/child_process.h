@@ -12,7 +12,6 @@ struct ChildResult {
   std::string output;    // what it wrote to standard output
 };
 
-// Forks and runs `body`. The child ends with 0 when the body returns, with kChildFailed when an expectation in it has
-// failed or an exception left it; both are told in `output`. It dies with the test.
-constexpr int kChildFailed = 99;
+// Forks and runs `body`. The child ends with 0 when the body returns, with 99 when an expectation in it has failed, as
+// told in `output`, and with SIGABRT when an exception leaves it. It dies with the test.
 ChildResult RunInChild(const std::function<void()>& body);

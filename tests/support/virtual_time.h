@@ -8,12 +8,16 @@
 // A poll without limit sleeps for real when no Schedule is left: only a signal or a peer can end it.
 //
 // Threads: every thread reads the virtual clocks; only polls of the thread that built the VirtualTime move them, the
-// others' are real. A forked child goes on with a copy. One VirtualTime at a time.
+// others' are real, and it outlives them. A forked child goes on with a copy. One VirtualTime at a time.
 
 #pragma once
 
+#include <pthread.h>
+
+#include <atomic>
 #include <cstdint>
 #include <functional>
+#include <map>
 
 class VirtualTime {
  public:
@@ -27,21 +31,32 @@ class VirtualTime {
 
   // Both clocks go on, as if the caller had been busy.
   void Advance(int64_t milliseconds) { AdvanceNanoseconds(milliseconds * 1'000'000); }
-  void AdvanceNanoseconds(int64_t nanoseconds);
+  void AdvanceNanoseconds(int64_t nanoseconds) { monotonic += nanoseconds; }
   // gettimeofday alone fails with EINVAL.
-  void SetFailing(bool failing);
+  void SetFailing(bool failing) { fails = failing; }
 
   // Calls `action` when a sleeping poll reaches this moment, in milliseconds from now; a signal that it raises
   // interrupts that poll. Actions may schedule more.
-  void Schedule(int64_t milliseconds, std::function<void()> action);
+  void Schedule(int64_t milliseconds, const std::function<void()>& action) {
+    scheduled.emplace(monotonic + milliseconds * 1'000'000, action);
+  }
 
   // How long a poll that would sleep waits in real time for each second that it sleeps, and for what is left of one:
   // for peers that need some, as other processes and the kernel's own worker behind a pty. In milliseconds; 0 at first.
-  void SetGrace(int milliseconds);
+  void SetGrace(int milliseconds) { grace = milliseconds; }
 
   // How often a sleeping poll has moved the clock.
-  int Sleeps() const;
+  int Sleeps() const { return sleeps; }
 
   // Milliseconds since the VirtualTime was built.
-  int64_t Elapsed() const;
+  int64_t Elapsed() const { return (monotonic - kStart) / 1'000'000; }
+
+  // Of the calls that answer from it. Clocks are in nanoseconds.
+  static constexpr int64_t kStart = 1'000'000'000'000;  // of the monotonic clock
+  std::atomic<bool> fails = false;
+  std::atomic<int64_t> monotonic = kStart;
+  const int64_t wall_ahead;  // of the monotonic clock
+  const pthread_t owner = pthread_self();
+  int grace = 0, sleeps = 0, spins = 0;
+  std::multimap<int64_t, std::function<void()>> scheduled;
 };
