@@ -319,8 +319,9 @@ bool Head::Private::_ConfirmConnect() {
   return _session == session;
 }
 
+// An event with nothing behind it is none: reading would fail, and a failure ends the connection.
 void Head::Private::_Read() {
-  if (!_ConfirmConnect()) return;
+  if (!_ConfirmConnect() || (_PollAgain() & (POLLIN | POLLERR | POLLHUP)) == 0) return;
   std::string data;
   if (_socket.Read(data) > 0) {
     _DispatchIncomingData(data);
