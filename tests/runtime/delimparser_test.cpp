@@ -28,25 +28,4 @@ TEST(DelimParser, CutsTheSameRecordsHoweverTheBytesArrive) {
     }
 }
 
-TEST(DelimParser, GivesBlocksByTheirSize) {
-  const struct {
-    const char* data;
-    unsigned int expect;  // 0: nothing is announced
-    bool taken, isBLOB;
-    const char* out;
-  } steps[] = {{"line\na\nb", 0, true, false, "line\n"},
-               {"", 5, false, true, ""},
-               {"\n\rz\n", 0, true, true, "a\nb\n\r"},
-               {"", 0, true, false, "z\n"}};
-  DelimParser parser;
-  for (const auto& step : steps) {
-    std::string out;
-    bool isBLOB = !step.isBLOB;
-    parser.AppendRawData(std::string(step.data));
-    if (step.expect != 0) parser.ExpectBLOB(step.expect);
-    const bool taken = parser.GetNextStringOrBLOB(out, isBLOB);
-    EXPECT_TRUE(step.taken == taken && step.isBLOB == isBLOB && step.out == out) << &step - steps << out;
-  }
-}
-
 }  // namespace
