@@ -10,6 +10,7 @@
 
 #include "runtime/errnoexcept.h"
 #include "runtime/filereader.h"
+#include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/temp_directory.h"
@@ -106,6 +107,18 @@ TEST_F(StreamFileTest, FileReaderReadsOneChunkAhead) {
   directory.Write("file", a + a + c);
   EXPECT_TRUE(reader.Read(text) == b.size() && text == b);
   EXPECT_TRUE(reader.Read(text) == c.size() && reader.Read(text) == 0 && text == c && reader.Fileno() == -1);
+}
+
+// In a child: it closes standard input.
+TEST(StreamFileBase, AssignmentAloneLeavesDescriptorZeroBehind) {
+  const auto result = RunInChild([] {
+    const StreamFileBase zero(dup2(open("/dev/null", O_RDONLY), 0)), copy(zero);
+    StreamFileBase target;
+    target = zero;
+    EXPECT_TRUE(copy.IsOpen());
+    EXPECT_FALSE(target.IsOpen());
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
 }
 
 }  // namespace
