@@ -112,11 +112,13 @@ TEST_F(StreamFileTest, FileReaderReadsOneChunkAhead) {
 // In a child: it closes standard input.
 TEST(StreamFileBase, AssignmentAloneLeavesDescriptorZeroBehind) {
   const auto result = RunInChild([] {
-    const StreamFileBase zero(dup2(open("/dev/null", O_RDONLY), 0)), copy(zero);
-    StreamFileBase target;
-    target = zero;
+    const StreamFileBase zero(dup2(open("/dev/null", O_RDONLY), 0));
+    StreamFileBase copy(zero), target;
     EXPECT_TRUE(copy.IsOpen());
+    target = zero;
     EXPECT_FALSE(target.IsOpen());
+    copy._close();
+    EXPECT_TRUE(zero.IsOpen());
   });
   EXPECT_EQ(0, result.exit_status) << result.output;
 }
