@@ -18,7 +18,8 @@
 //
 // Errors: no failure of the network or of a look-up is thrown. What a listener throws while the link reads, writes or
 // starts to connect is caught and closes the socket; an exception out of HeadClosed may pass to the caller of Connect
-// or Disconnect, or of Poll. Messages go to standard output, those on progress only when `verbose` is set.
+// or Disconnect, which then has not taken effect: the old target is tried again; or to that of Poll. Messages go to
+// standard output, those on progress only when `verbose` is set.
 
 #pragma once
 
@@ -27,7 +28,8 @@
 
 class Head {
  public:
-  // Any of these may call everything here, and may let go of the last handle, so that no more calls come. The link
+  // Any of these may call everything here, and may let go of the last handle, so that no more calls come; who does that
+  // must not run the loop before the call has returned. The link
   // looks after each call whether its socket is still the same: lines that were cut already but belong to one that is
   // closed wait in the buffer for the next connection.
   class Listener {
