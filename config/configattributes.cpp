@@ -52,10 +52,16 @@ bool ConfigurableAttributes::_do_configure_attribute(const std::string& name, XM
 
 bool ConfigurableAttributes::_do_configure_attribute_pair(const std::string& name, const std::string& value,
                                                           XMLWriter& writer) {
-  struct PairMode {  // ends also when an error is thrown
-    bool& mode;
-    ~PairMode() { mode = false; }
-  } pair{_pair_mode};
+  // As it was, also when something throws, or when a listener sends a document of its own meanwhile.
+  struct Restored {
+    ConfigurableAttributes& list;
+    const bool mode = list._pair_mode;
+    std::string name = list._pair_name;
+    ~Restored() {
+      list._pair_mode = mode;
+      list._pair_name.swap(name);
+    }
+  } restored{*this};
   _pair_mode = true;
   _pair_name = name;
   return _do_configure_string(value, writer, false);

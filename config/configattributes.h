@@ -41,7 +41,7 @@ class ConfigurableAttributes : public Configurable {
   bool _read_doctype(const std::string& text, XMLWriter& writer) override;
   void _write_doctype(XMLWriter& writer) const override;
 
-  // A context query inside a start tag answers the whole element with its ancestors.
+  // A context query inside a start tag, for a name or a value, answers the whole element with its ancestors.
   void _write_context(XMLWriter& writer) const override;
   void _write_changes_context(XMLWriter& writer) const override;
   void _write_doctype_context(XMLWriter& writer) const override;

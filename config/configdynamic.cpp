@@ -4,7 +4,7 @@
 #include <memory>
 
 ConfigurableCompositeDynamicBase::~ConfigurableCompositeDynamicBase() {
-  while (!_children.empty()) _delete_back();
+  for (const Configurable* item : _children) delete item;
 }
 
 ConfigurableCompositeDynamicBase& ConfigurableCompositeDynamicBase::operator=(
@@ -12,7 +12,7 @@ ConfigurableCompositeDynamicBase& ConfigurableCompositeDynamicBase::operator=(
   if (this == &other) return *this;
   _flags = other._flags;
   if (_is_composite_same(other)) return *this;
-  while (!_children.empty()) _delete_back();
+  _delete_all();
   _set_changed(true);
   for (const Configurable* from : other._children) {
     std::unique_ptr<Configurable> item(new_item(from->get_name()));
@@ -61,29 +61,17 @@ bool ConfigurableCompositeDynamicBase::_do_configure(XMLParser& parser, XMLWrite
 
 bool ConfigurableCompositeDynamicBase::_do_configure_start(const std::string& name, XMLParser& parser,
                                                            XMLWriter& writer) {
-  if (_reset_on_first) {
-    while (!_children.empty()) _delete_back();
-    _reset_on_first = false;
-  }
-  Configurable* const item = new_item(name);
-  // A listener that hears of the new item may have cleared the list, or added another one.
-  const auto is_held = [this, item] {
-    return !_children.empty() &&
-           (_children.back() == item || std::find(_children.begin(), _children.end(), item) != _children.end());
-  };
-  const auto drop = [&] {
-    if (!is_held()) return;
-    _children.remove(item);
-    delete item;
-  };
+  if (_reset_on_first) _delete_all();
+  _reset_on_first = false;
+  Configurable& item = *new_item(name);
+  add(item);
   try {
-    add(*item);
-    if (is_held() && item->_do_configure(parser, writer)) return true;
+    if (item._do_configure(parser, writer)) return true;
   } catch (...) {
-    drop();
+    _delete_back();
     throw;
   }
-  drop();
+  _delete_back();
   parser.RecoverFromError();
   return true;
 }

@@ -8,7 +8,7 @@
 
 // A composite that owns its children. The tag of an incoming child names the new item; any name is taken. The first
 // child element of a pass replaces the whole list; an element with queries only leaves it alone. An item that fails to
-// read is left out, and the rest of the list stands. By default the list is empty.
+// read, or throws, is left out, and the rest of the list stands. By default the list is empty.
 class ConfigurableCompositeDynamicBase : public ConfigurableComposite {
  public:
   using ConfigurableComposite::ConfigurableComposite;

@@ -32,7 +32,7 @@ class ConfigurableEvent {
 };
 
 // Hears of one or more items. Not owned by them; it has to outlive them or be replaced. It may read and set items from
-// within its callbacks; it may not destroy the item that calls, nor take an item out of a list that is being read.
+// within its callbacks; it may not destroy the item that calls, nor add to or take from a list that is being read.
 class ConfigurableListener {
  public:
   virtual ~ConfigurableListener() = default;

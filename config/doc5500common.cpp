@@ -12,6 +12,16 @@
 
 #include "runtime/errnoexcept.h"
 
+ConfigDocumentSection::ConfigDocumentSection(std::string name) : ConfigurableComposite(std::move(name)) {
+  ack._set_enabled(false);
+  error._set_enabled(false);
+}
+
+std::ostream& ConfigDocumentSection::WriteError(std::ostream& out, const std::string& text) const {
+  error.set(text);
+  return error.configuration(out);
+}
+
 ConfigurableMultipleChoice::Choices ConfigAutoManual::_choices;
 
 ConfigAutoManual::ConfigAutoManual(std::string name, int index)

@@ -12,6 +12,20 @@
 #include "config/configurable.h"
 #include "net/socketaddress.h"
 
+// The one section below the root of a document. It holds the two items of the document's replies, which are hidden: in
+// no output of the tree, and out of reach for documents. The derived section adds them, `ack` first and `error` last.
+class ConfigDocumentSection : public ConfigurableComposite {
+ public:
+  explicit ConfigDocumentSection(std::string name);
+
+  // Each writes one of the two in context: an acknowledgement, or a message, which marks the document as changed.
+  std::ostream& WriteAck(std::ostream& out) const { return ack.configuration(out); }
+  std::ostream& WriteError(std::ostream& out, const std::string& text) const;
+
+  ConfigurableBool ack{"ack", true};
+  mutable ConfigurableString error{"error", ""};  // a reply, and none of the settings that const protects
+};
+
 class ConfigAutoManual : public ConfigurableMultipleChoice {
  public:
   ConfigAutoManual(std::string name, int index);

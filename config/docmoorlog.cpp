@@ -60,7 +60,7 @@ ConfigFactoryMoorlog::ConfigFactoryMoorlog() : ConfigurableComposite("factory") 
   add(serialnumber);
 }
 
-ConfigMoorlog::ConfigMoorlog() : ConfigurableComposite("moorlog") {
+ConfigMoorlog::ConfigMoorlog() : ConfigDocumentSection("moorlog") {
   add(ack);
   add(ver);
   add(name);
@@ -71,8 +71,6 @@ ConfigMoorlog::ConfigMoorlog() : ConfigurableComposite("moorlog") {
   add(cmd);
   add(factory);
   add(error);
-  ack._set_enabled(false);
-  error._set_enabled(false);
 }
 
 bool ConfigMoorlog::IsConfigChanged() const {
@@ -95,13 +93,4 @@ std::ostream& DocMoorlog::configure_and_send_events(std::istream& in, std::ostre
   configure(in, out);
   NotifyListeners();
   return out;
-}
-
-std::ostream& DocMoorlog::Ack(std::ostream& out) const {
-  return moorlog.ack.configuration(out);
-}
-
-std::ostream& DocMoorlog::Error(std::ostream& out, const std::string& text) {
-  moorlog.error.set(text);
-  return moorlog.error.configuration(out);
 }

@@ -89,15 +89,14 @@ class ConfigFactoryMoorlog : public ConfigurableComposite {
   ConfigurableString serialnumber{"serialnumber", "ML-XXXX"};
 };
 
-class ConfigMoorlog : public ConfigurableComposite {
+class ConfigMoorlog : public ConfigDocumentSection {
  public:
   ConfigMoorlog();
 
   // Whether anything has changed that belongs to the configuration: commands, factory values and replies don't.
   bool IsConfigChanged() const;
 
-  ConfigFactoryMoorlog factory;       // stands first, for serialnumber refers to it
-  ConfigurableBool ack{"ack", true};  // hidden: written by DocMoorlog::Ack only
+  ConfigFactoryMoorlog factory;  // stands first, for serialnumber refers to it
   ConfigurableString ver{"ver", ""};
   ConfigurableString name{"name", ""};
   ConfigurableStringProxyReadOnly serialnumber{"serialnumber", factory.serialnumber};
@@ -105,7 +104,6 @@ class ConfigMoorlog : public ConfigurableComposite {
   ConfigOutputMoorlog output;
   ConfigCfgMoorlog cfg;
   ConfigCmdMoorlog cmd;
-  ConfigurableString error{"error", ""};  // hidden: written by DocMoorlog::Error only
 };
 
 // The document. Change marks are never cleared here: the owner does that with _set_changed(false), once it has dealt
@@ -124,9 +122,8 @@ class DocMoorlog : public ConfigurableComposite {
   // Applies one document as configure does, after all commands were set back, and notifies the listeners.
   std::ostream& configure_and_send_events(std::istream& in, std::ostream& out);
 
-  // Each writes one item in context: an acknowledgement, or a message, which marks the document as changed.
-  std::ostream& Ack(std::ostream& out) const;
-  std::ostream& Error(std::ostream& out, const std::string& text);
+  std::ostream& Ack(std::ostream& out) const { return moorlog.WriteAck(out); }
+  std::ostream& Error(std::ostream& out, const std::string& text) const { return moorlog.WriteError(out, text); }
 
   ConfigMoorlog moorlog;
 

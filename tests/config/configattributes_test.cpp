@@ -41,7 +41,8 @@ TEST(ConfigurableAttributes, ComeAndGoWithTheDocuments) {
       {"<L><dog bark=\"14\" pitch=\"&query_item;\"/></L>", "1"},
       {"<L><dog pitch=\"&query_doctype_item;\"/></L>", "{float}"},
       {"&query_doctype;", "<L><dog pitch=\"{float}\" sticky>{float}</dog></L>"},
-      {"<L><dog pitch=\"&query;\"/></L>", "<L><dog pitch=\"1\">2</dog></L>"},
+      {"<L><dog pitch=\"&query;3&query_changes;\"/></L>",
+       "<L><dog pitch=\"1\">2</dog></L><L><dog pitch=\"3\">2</dog></L>"},
       {"<L><dog pitch=\"x\">7</dog><dog>&query_item;</dog></L>",
        "<Error Param=\"pitch\">unable to read float</Error>2"},
   };
@@ -60,6 +61,7 @@ TEST(ConfigurableAttributes, MarksAndFlagsPassThrough) {
   EXPECT_TRUE(tree.sticky.is_locked());
   tree._set_throw_on_error(true);
   EXPECT_THROW(Answer(tree, "<L><dog pitch=\"1\"/></L>"), Configurable::Error);
+  EXPECT_EQ("pitch=\"5\"", Answer(tree, "<L><dog &query_item;/></L>"));
 }
 
 TEST(ConfigurableVisitor, SeesEveryItemInOrderAndAttributesWhenItAsks) {

@@ -27,7 +27,7 @@ TEST(DocMoorlog, AnswersAsItsTreeSays) {
   Configurable::set_compact(out, true);
   document.Ack(out);
   document._set_changed(false);
-  document.Error(out, "a < b");
+  std::as_const(document).Error(out, "a < b");
   EXPECT_EQ(InMoorlog("<ack>true</ack>") + InMoorlog("<error>a &lt; b</error>"), out.str());
   EXPECT_TRUE(document.has_changed() && document.moorlog.has_changed());
   EXPECT_FALSE(document.moorlog.IsConfigChanged());
