@@ -1,0 +1,58 @@
+#include "json/statefile.h"
+
+#include <fcntl.h>
+#include <jsoncpp/json/reader.h>
+#include <jsoncpp/json/writer.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <ostream>
+
+#include "runtime/errnoexcept.h"
+#include "runtime/filesystem.h"
+#include "runtime/streamfilebase.h"
+
+namespace {
+
+void Sync(int fileno, const std::string& path) {
+  if (fsync(fileno) != 0) throw ErrnoError("Unable to sync: " + path);
+}
+
+StreamFileBase Open(const std::string& path, int flags) {
+  const int fileno = open(path.c_str(), flags | O_CLOEXEC, 0644);
+  if (fileno < 0) throw ErrnoError("Unable to open: " + path);
+  return StreamFileBase(fileno);
+}
+
+}  // namespace
+
+Json::Value ReadStateFile(const std::string& path) {
+  // What isn't a regular file could block, or never end.
+  if (IsRegularFile(path)) {
+    std::ifstream file(path, std::ios::binary);
+    Json::Value state;
+    try {
+      // A failed parse leaves what it had.
+      if (Json::parseFromStream(Json::CharReaderBuilder(), file, &state, nullptr) && state.isObject()) return state;
+    } catch (const Json::Exception&) {  // nested too deep
+    }
+  }
+  return Json::objectValue;
+}
+
+void WriteStateFile(const std::string& path, const Json::Value& state) {
+  const std::string directory = path.substr(0, path.rfind('/') + 1);
+  if (!directory.empty()) MkDirectory(directory);
+
+  const std::string beside = path + ".new";
+  StreamFileBase file = Open(beside, O_WRONLY | O_CREAT | O_TRUNC);
+  file.OStream() << state << '\n' << std::flush;
+  if (!file.OStream().good()) throw std::runtime_error("Unable to write: " + beside);
+  Sync(file.Fileno(), beside);
+  file._close();
+  RenameFile(beside, path);
+
+  // The new name too has to reach the disk.
+  const std::string place = directory.empty() ? "." : directory;
+  Sync(Open(place, O_RDONLY | O_DIRECTORY).Fileno(), place);
+}

@@ -1,0 +1,64 @@
+#include "json/statefile.h"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <csignal>
+
+#include "tests/support/child_process.h"
+#include "tests/support/error_text.h"
+#include "tests/support/mount_namespace.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+TEST(StateFile, WhatIsNoObjectReadsAsAnEmptyOne) {
+  const TempDirectory dir;
+  const Json::Value empty = Json::objectValue;
+  EXPECT_EQ(ReadStateFile(dir / "missing"), empty);
+  EXPECT_EQ(ReadStateFile(dir.Path()), empty);
+  ASSERT_EQ(mkfifo((dir / "fifo").c_str(), 0600), 0);
+  EXPECT_EQ(ReadStateFile(dir / "fifo"), empty);
+  for (const std::string& text : {std::string(), std::string("{\"a\":1"), std::string("[1]"), std::string("7"),
+                                  std::string(5000, '['), std::string("\0\xFF{", 3)}) {
+    dir.Write("state", text);
+    EXPECT_EQ(ReadStateFile(dir / "state"), empty) << text;
+  }
+}
+
+TEST(StateFile, MakesItsDirectoryAndReplacesTheWholeFile) {
+  const TempDirectory dir;
+  Json::Value state;
+  state["file\n\"1\""]["obs"] = 12;
+  state["long"] = std::string(50'000, 'x');
+  WriteStateFile(dir / "config/state", state);
+  EXPECT_EQ(ReadStateFile(dir / "config/state"), state);
+  WriteStateFile(dir / "config/state", Json::objectValue);
+  EXPECT_EQ(dir.Read("config/state"), "{}\n");
+  EXPECT_EQ(dir.Read("config/state.new"), "");
+  EXPECT_NE(ErrorText([&] { WriteStateFile(dir / "no/such/state", state); }), "nothing thrown");
+  RunInChild([&] {  // a bare name is one of the working directory
+    ASSERT_EQ(chdir(dir.Path().c_str()), 0);
+    WriteStateFile("bare", state);
+  });
+  EXPECT_EQ(ReadStateFile(dir / "bare"), state);
+}
+
+TEST(StateFile, AFullDiskLeavesTheOldFile) {
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  const TempDirectory dir;
+  const auto result = RunInMountNamespace([&] {
+    MountEmpty(dir.Path(), "size=16k");
+    Json::Value state;
+    state["kept"] = true;
+    WriteStateFile(dir / "state", state);
+    Json::Value large;
+    large["large"] = std::string(100'000, 'x');
+    EXPECT_EQ(ErrorText([&] { WriteStateFile(dir / "state", large); }), "Unable to write: " + (dir / "state.new"));
+    EXPECT_EQ(ReadStateFile(dir / "state"), state);
+  });
+  EXPECT_EQ(result.exit_status, 0) << result.output;
+}
+
+}  // namespace
