@@ -1,10 +1,10 @@
 #include "json/statefile.h"
 
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 
-#include <csignal>
+#include <filesystem>
+#include <vector>
 
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
@@ -12,6 +12,40 @@
 #include "tests/support/temp_directory.h"
 
 namespace {
+
+std::vector<std::string> calls;  // in their order
+std::string failing;
+
+int Noted(const std::string& call) {
+  calls.push_back(call);
+  errno = EIO;
+  return call == failing ? -1 : 0;
+}
+
+}  // namespace
+
+extern "C" int __wrap_fsync(int fileno) {
+  return Noted("sync " + std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(fileno)).filename().string());
+}
+extern "C" int __real_rename(const char* from, const char* to);
+extern "C" int __wrap_rename(const char* from, const char* to) {
+  return Noted("rename") < 0 ? -1 : __real_rename(from, to);
+}
+
+namespace {
+
+TEST(StateFile, ReachesTheDiskBeforeItTakesItsPlace) {
+  const TempDirectory dir;
+  const std::string name = std::filesystem::path(dir.Path()).filename();
+  WriteStateFile(dir / "state", Json::objectValue);
+  EXPECT_EQ(calls, (std::vector<std::string>{"sync state.new", "rename", "sync " + name}));
+  for (const char* call : {"sync state.new", "rename"}) {
+    failing = call;
+    EXPECT_NE(ErrorText([&] { WriteStateFile(dir / "state", "new"); }).find("Input/output error"), std::string::npos);
+    EXPECT_EQ(dir.Read("state"), "{}\n");
+  }
+  failing.clear();
+}
 
 TEST(StateFile, WhatIsNoObjectReadsAsAnEmptyOne) {
   const TempDirectory dir;
@@ -38,10 +72,11 @@ TEST(StateFile, MakesItsDirectoryAndReplacesTheWholeFile) {
   EXPECT_EQ(dir.Read("config/state"), "{}\n");
   EXPECT_EQ(dir.Read("config/state.new"), "");
   EXPECT_NE(ErrorText([&] { WriteStateFile(dir / "no/such/state", state); }), "nothing thrown");
-  RunInChild([&] {  // a bare name is one of the working directory
+  const auto bare = RunInChild([&] {  // a bare name is one of the working directory
     ASSERT_EQ(chdir(dir.Path().c_str()), 0);
     WriteStateFile("bare", state);
   });
+  EXPECT_EQ(bare.exit_status, 0);
   EXPECT_EQ(ReadStateFile(dir / "bare"), state);
 }
 
