@@ -83,7 +83,8 @@ Outcome Feed(int type, const std::string& bytes, size_t piece, bool throws = fal
 
   recorder.throws = false;
   parser.Reset();
-  parser.Execute(type == HTTPParser::TypeResponse ? "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n" : "GET / HTTP/1.1\r\n\r\n");
+  parser.Execute(type == HTTPParser::TypeResponse ? "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"
+                                                  : "GET / HTTP/1.1\r\n\r\n");
   REQUIRE(recorder.calls.size() == outcome.calls.size() + 1);
   return outcome;
 }
@@ -161,7 +162,8 @@ class Composer {
     for (int chunks = Byte() % 4; chunks > 0; --chunks) {
       const std::string chunk = "+" + Text({"a\0\n\r0\xFF", 6});
       static const std::string digits = "0123456789abcdef";
-      bytes += (chunk.size() > 15 ? "10" : std::string(1, digits[chunk.size()])) + (chunks % 2 == 0 ? ";ext\r\n" : "\r\n");
+      bytes +=
+          (chunk.size() > 15 ? "10" : std::string(1, digits[chunk.size()])) + (chunks % 2 == 0 ? ";ext\r\n" : "\r\n");
       bytes += chunk + "\r\n";
       call.body += chunk;
     }

@@ -60,7 +60,10 @@ class HTTPParser::HTTPParserImpl {
 };
 
 HTTPParser::HTTPParserImpl::HTTPParserImpl(Listener* listener, int type)
-    : _listener(listener), _type(type == TypeRequest ? HTTP_REQUEST : type == TypeResponse ? HTTP_RESPONSE : HTTP_BOTH) {
+    : _listener(listener),
+      _type(type == TypeRequest    ? HTTP_REQUEST
+            : type == TypeResponse ? HTTP_RESPONSE
+                                   : HTTP_BOTH) {
   http_parser_settings_init(&_settings);
   _settings.on_message_begin = OnMark<&HTTPParserImpl::MessageBegin>;
   _settings.on_url = OnBytes<&HTTPParserImpl::GotURL>;

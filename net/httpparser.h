@@ -4,8 +4,8 @@
 // complete message. Nothing is decoded but the framing: a URL stays as it was sent, percent signs included, a body
 // comes without its chunk marks. A response comes without its status code, a request without its method.
 //
-// The header block of a message may have 80 KiB (the library's limit); a body has no limit: a peer that must not fill the
-// memory has to be limited by the caller. Of the fields behind a chunked body the last one is not told.
+// The header block of a message may have 80 KiB (the library's limit); a body has no limit: a peer that must not fill
+// the memory has to be limited by the caller. Of the fields behind a chunked body the last one is not told.
 //
 // One thread. The parser holds no reference to the bytes that it was fed.
 
