@@ -1,3 +1,5 @@
+// ConfigurableComposite, which config/configurable.h declares.
+
 #include <algorithm>
 
 #include "config/configurable.h"

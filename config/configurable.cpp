@@ -172,20 +172,21 @@ void Configurable::_prepare_to_read() {
 }
 
 bool Configurable::_read(const std::string& text, XMLWriter& writer) {
-  if (!_may_set(writer)) return true;
+  _report_lock(writer);
+  if (_has(read_only_flag)) return true;
   if (!_has(prepared_flag)) _prepare_to_read();
   return _read_with(&Configurable::read, text, writer);
 }
 
 bool Configurable::_read_doctype(const std::string& text, XMLWriter& writer) {
-  if (!_may_set(writer)) return true;
+  _report_lock(writer);
+  if (_has(read_only_flag)) return true;
   return _read_with(&Configurable::read_doctype, text, writer);
 }
 
-// Whether a document may set this item now. A lock reports and lets the value through; that is meant.
-bool Configurable::_may_set(XMLWriter& writer) const {
+// A lock lets the value through, unless errors are thrown; that is meant.
+void Configurable::_report_lock(XMLWriter& writer) const {
   if (_has(locked_flag)) _error("Configuration is locked", writer);
-  return !_has(read_only_flag);
 }
 
 bool Configurable::_read_with(std::istream& (Configurable::*reader)(std::istream&, std::ostream&),

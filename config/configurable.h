@@ -184,7 +184,7 @@ class Configurable {
   using Writer = void (Configurable::*)(XMLWriter&) const;
 
   bool _configure_document(XMLParser& parser, XMLWriter& writer);
-  bool _may_set(XMLWriter& writer) const;
+  void _report_lock(XMLWriter& writer) const;
   bool _read_with(std::istream& (Configurable::*reader)(std::istream&, std::ostream&), const std::string& text,
                   XMLWriter& writer);
   // What write or write_doctype puts on a fresh stream in its default form; false when it left that stream failed.

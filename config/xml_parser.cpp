@@ -1,6 +1,7 @@
 #include "config/xml_parser.h"
 
 #include <algorithm>
+#include <new>
 #include <stdexcept>
 #include <utility>
 
@@ -107,6 +108,8 @@ void XMLParser::advanceToken() {
       eatwhite(_in);
       _fresh.kind = _in_start_tag ? parseInStartElement() : parseOutsideStartElement();
     }
+  } catch (const std::bad_alloc&) {
+    throw;
   } catch (...) {  // out of the stream's buffer, mostly; an istream answers with the badbit
     _fresh = TokenInfo{"", 0, 0, ERROR};
     _in.setstate(std::ios_base::badbit);

@@ -23,7 +23,7 @@
 //
 // Syntax errors never throw. They give an ERROR token with one of four messages and set the stream's failbit; the
 // ERROR is then answered again and again until RecoverFromError. A failing stream, and a single text of half a
-// gigabyte, give an ERROR without a message and set the badbit.
+// gigabyte, give an ERROR without a message and set the badbit. std::bad_alloc goes through.
 class XMLParser {
  public:
   enum TokenKind {

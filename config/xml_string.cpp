@@ -33,7 +33,7 @@ std::string_view EntityFor(char character) {
   return {};
 }
 
-void Write(std::ostream& out, std::string_view text) {
+void WritePlain(std::ostream& out, std::string_view text) {
   out.write(text.data(), static_cast<std::streamsize>(text.size()));
 }
 
@@ -99,17 +99,16 @@ void XMLString::_read_entity(std::istream& in) {
     }
 }
 
-void XMLString::_write(std::ostream& out) const {
-  const std::string_view text = _text;
+void XMLString::Write(std::ostream& out, std::string_view text) {
   std::size_t written = 0;
   for (std::size_t i = text.find_first_of(kWrittenAsEntity); i != std::string_view::npos;
        i = text.find_first_of(kWrittenAsEntity, i + 1)) {
     if (text[i] == '&' && OpensEntity(text, i)) continue;
-    Write(out, text.substr(written, i - written));
-    Write(out, EntityFor(text[i]));
+    WritePlain(out, text.substr(written, i - written));
+    WritePlain(out, EntityFor(text[i]));
     written = i + 1;
   }
-  Write(out, text.substr(written));
+  WritePlain(out, text.substr(written));
 }
 
 void XMLName::_read(std::istream& in) {
@@ -130,11 +129,10 @@ void XMLName::_read(std::istream& in) {
   }
 }
 
-void XMLName::_write(std::ostream& out) const {
-  const std::string_view text = _text;
+void XMLName::Write(std::ostream& out, std::string_view text) {
   if (text.empty() || !xml::Is(text[0], xml::kNameStart)) return;
   std::size_t length = 1;
   while (length < text.size() && xml::Is(text[length], xml::kName)) ++length;
   if (length < text.size() && text[length] == ';') ++length;
-  Write(out, text.substr(0, length));
+  WritePlain(out, text.substr(0, length));
 }

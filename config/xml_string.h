@@ -5,6 +5,7 @@
 #include <istream>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 
 // Drops characters while isspace holds. Stops at the end of input, and does nothing on a stream that is not good.
@@ -34,7 +35,10 @@ class XMLString {
   // nothing but white space before it or the stream was not good at entry. What the stream's buffer throws goes
   // through.
   virtual void _read(std::istream& in);
-  virtual void _write(std::ostream& out) const;
+  virtual void _write(std::ostream& out) const { Write(out, _text); }
+
+  // Writes a text that somebody else holds.
+  static void Write(std::ostream& out, std::string_view text);
 
  protected:
   std::string _text;
@@ -53,7 +57,9 @@ class XMLName : public XMLString {
   using XMLString::XMLString;
 
   void _read(std::istream& in) override;
-  void _write(std::ostream& out) const override;
+  void _write(std::ostream& out) const override { Write(out, _text); }
+
+  static void Write(std::ostream& out, std::string_view text);
 };
 
 inline std::istream& operator>>(std::istream& in, XMLString& text) {

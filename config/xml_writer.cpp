@@ -20,7 +20,8 @@ void XMLWriter::WriteStartElement(const std::string& name) {
   _end_start_tag();
   if (name.empty()) return;
   write_indent();
-  _out << '<' << XMLName(name);
+  _out << '<';
+  XMLName::Write(_out, name);
   _tag_open = _need_space = _inline_close = true;
   ++_depth;
 }
@@ -32,7 +33,9 @@ void XMLWriter::WriteEndElement(const std::string& name) {
     _tag_open = _need_space = false;
   } else if (!name.empty()) {
     if (!_inline_close) write_indent();
-    _out << "</" << XMLName(name) << '>';
+    _out << "</";
+    XMLName::Write(_out, name);
+    _out << '>';
     _need_space = false;
   }
   _inline_close = false;
@@ -41,14 +44,16 @@ void XMLWriter::WriteEndElement(const std::string& name) {
 void XMLWriter::WriteAttribute(const std::string& name) {
   if (name.empty()) return;
   if (_need_space) _out << ' ';
-  _out << XMLName(name);
+  XMLName::Write(_out, name);
   _need_space = true;
 }
 
 void XMLWriter::WriteAttributeValuePair(const std::string& name, const std::string& value) {
   if (name.empty()) return;
   WriteAttribute(name);
-  _out << "=\"" << XMLString(value) << '"';
+  _out << "=\"";
+  XMLString::Write(_out, value);
+  _out << '"';
 }
 
 void XMLWriter::write_string(const std::string& text, bool translate) {
@@ -59,7 +64,7 @@ void XMLWriter::write_string(const std::string& text, bool translate) {
     _out << ' ';
   }
   if (translate)
-    _out << XMLString(text);
+    XMLString::Write(_out, text);
   else
     _out << text;
   _need_space = true;
