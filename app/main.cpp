@@ -2,6 +2,7 @@
 
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 
 #include "config/docmoorlog.h"
 
@@ -11,6 +12,7 @@ int main() {
     document.doctype(std::cout);
     document.configuration(std::cout);
     std::cout << std::endl;
+    if (!std::cout) throw std::runtime_error("unable to write to standard output");
     return 0;
   } catch (const std::exception& error) {
     std::cout << "ERROR: " << error.what() << std::endl;

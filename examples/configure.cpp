@@ -16,7 +16,7 @@ int main(int argc, char** argv) {
   Configurable::set_compact(std::cout, argc > 1 && std::string_view(argv[1]) == "--compact");
   DocMoorlog document;
   bool failed = false;
-  for (eatwhite(std::cin); std::cin.good(); eatwhite(std::cin)) {
+  for (eatwhite(std::cin); std::cin.good() && std::cout.good(); eatwhite(std::cin)) {
     try {
       document.configure_and_send_events(std::cin, std::cout);
       std::cout << std::endl;
@@ -29,5 +29,6 @@ int main(int argc, char** argv) {
     std::cin.clear();
     std::cin.ignore(std::numeric_limits<std::streamsize>::max(), '\n');
   }
-  return failed ? 1 : 0;
+  if (!std::cout) std::cerr << "ERROR: unable to write to standard output\n";
+  return failed || !std::cout ? 1 : 0;
 }
