@@ -1,10 +1,13 @@
 #include "runtime/numbertext.h"
 
+#include <algorithm>
 #include <charconv>
+#include <cmath>
+#include <iterator>
 #include <limits>
 #include <locale>
 #include <sstream>
-#include <string>
+#include <utility>
 
 namespace {
 
@@ -16,23 +19,43 @@ bool IsSign(char c) {
   return c == '+' || c == '-';
 }
 
-// Where the characters that can belong to a decimal number end. They needn't make one: "1e" is taken, and fails.
-const char* NumberEnd(const char* at, const char* end) {
-  bool digits = false, point = false, exponent = false;
-  if (at != end && IsSign(*at)) ++at;
-  for (; at != end; ++at) {
-    if (IsDigit(*at)) {
-      digits = true;
-    } else if (*at == '.' && !point && !exponent) {
-      point = true;
-    } else if ((*at == 'e' || *at == 'E') && digits && !exponent) {
-      exponent = true;
-      if (at + 1 != end && IsSign(at[1])) ++at;
-    } else {
-      break;
-    }
+// Tells of one character after the other whether it can still belong to a decimal number. Together they needn't make
+// one: "1e" is taken, and fails.
+class NumberScanner {
+ public:
+  bool Takes(char c) {
+    const bool sign_fits = std::exchange(_sign_fits, false);
+    if (IsDigit(c)) return _digits = true;
+    if (IsSign(c)) return sign_fits;
+    if (c == '.') return !_exponent && !std::exchange(_point, true);
+    if (c == 'e' || c == 'E') return _digits && !std::exchange(_exponent, true) && (_sign_fits = true);
+    return false;
   }
-  return at;
+
+ private:
+  bool _sign_fits = true;  // at the start, and behind the "e"
+  bool _digits = false;
+  bool _point = false;
+  bool _exponent = false;
+};
+
+double ToDouble(std::string_view number, bool& failed) {
+  const char* first = number.data();
+  const char* const end = first + number.size();
+  if (first != end && *first == '+') ++first;
+  double value = 0;
+  const auto [stop, error] = std::from_chars(first, end, value);
+  if (error == std::errc::result_out_of_range) {
+    // Too small is a number, too large is none: the library's own stream knows.
+    std::istringstream extreme(std::string(first, end));
+    extreme.imbue(std::locale::classic());
+    extreme >> value;
+    failed = failed || extreme.fail();
+  } else if (error != std::errc() || stop != end) {
+    failed = true;
+    value = 0;
+  }
+  return value;
 }
 
 // A number outside the limits fails and gives the one that it is beyond.
@@ -58,23 +81,21 @@ int64_t TakeWhole(std::string_view& text, int64_t least, int64_t most, bool& fai
 }  // namespace
 
 double TakeDouble(std::string_view& text, bool& failed) {
-  const char* first = text.data();
-  const char* const end = NumberEnd(first, first + text.size());
-  text.remove_prefix(static_cast<size_t>(end - first));
-  if (first != end && *first == '+') ++first;
-  double value = 0;
-  const auto [stop, error] = std::from_chars(first, end, value);
-  if (error == std::errc::result_out_of_range) {
-    // Too small is a number, too large is none: the library's own stream knows.
-    std::istringstream extreme(std::string(first, end));
-    extreme.imbue(std::locale::classic());
-    extreme >> value;
-    failed = failed || extreme.fail();
-  } else if (error != std::errc() || stop != end) {
-    failed = true;
-    value = 0;
-  }
-  return value;
+  NumberScanner scanner;
+  size_t size = 0;
+  while (size < text.size() && scanner.Takes(text[size])) ++size;
+  const std::string_view number = text.substr(0, size);
+  text.remove_prefix(size);
+  return ToDouble(number, failed);
+}
+
+double TakeDouble(std::streambuf& text, bool& failed) {
+  using Traits = std::streambuf::traits_type;
+  NumberScanner scanner;
+  std::string number;
+  for (auto c = text.sgetc(); c != Traits::eof() && scanner.Takes(Traits::to_char_type(c)); c = text.snextc())
+    number.push_back(Traits::to_char_type(c));
+  return ToDouble(number, failed);
 }
 
 int32_t TakeInteger(std::string_view& text, bool& failed) {
@@ -88,4 +109,22 @@ uint32_t TakeUnsigned(std::string_view& text, bool& failed) {
   const int64_t value = TakeWhole(text, -kMost, kMost, bad);
   failed = failed || bad;
   return static_cast<uint32_t>(bad && value < 0 ? kMost : value);
+}
+
+void AppendInteger(std::string& text, int64_t value, int width) {
+  char digits[20];
+  const uint64_t amount = value < 0 ? -static_cast<uint64_t>(value) : static_cast<uint64_t>(value);
+  const int count = static_cast<int>(std::to_chars(digits, std::end(digits), amount).ptr - digits);
+  if (value < 0) text += '-';
+  text.append(static_cast<size_t>(std::max(width - count, 0)), '0').append(digits, static_cast<size_t>(count));
+}
+
+void AppendDouble(std::string& text, double value) {
+  if (std::isnan(value)) {
+    text += "nan";
+    return;
+  }
+  char digits[16];  // "-1.23457e-308"
+  const char* const end = std::to_chars(digits, std::end(digits), value, std::chars_format::general, 6).ptr;
+  text.append(digits, static_cast<size_t>(end - digits));
 }

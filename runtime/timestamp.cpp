@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "runtime/errnoexcept.h"
+#include "runtime/numbertext.h"
 #include "runtime/readahead.h"
 
 int Timestamp::_xalloc_index = -1;
@@ -205,8 +206,6 @@ void Timestamp::set_quoted(std::ios_base& stream) {
 
 namespace {
 
-using Traits = std::char_traits<char>;
-
 struct Fields {
   int year = 0;
   int month = 0;
@@ -216,70 +215,16 @@ struct Fields {
   double sec = 0;
 };
 
-constexpr double kPowersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8, 1e9, 1e10, 1e11, 1e12, 1e13, 1e14, 1e15};
-
 bool IsDigit(int c) {
   return c >= '0' && c <= '9';
-}
-
-// Reads a number as the stream does in the classic locale: takes what could be part of one, then converts all of it or
-// none. The next character is a digit.
-std::ios_base::iostate ScanSeconds(std::streambuf& from, double& value) {
-  // Up to 15 digits, and the powers of ten for them, are exact in a double; so their quotient is the nearest one.
-  int64_t digits = 0;
-  int count = 0;
-  int decimals = 0;
-  bool point = false;
-  const std::string_view ahead = ReadAhead::Of(from);
-  size_t length = 0;
-  for (; length < ahead.size() && count < 15; ++length) {
-    if (IsDigit(ahead[length])) {
-      digits = digits * 10 + (ahead[length] - '0');
-      ++count;
-      decimals += point ? 1 : 0;
-    } else if (ahead[length] == '.' && !point) {
-      point = true;
-    } else {
-      break;
-    }
-  }
-  std::string text(ahead.substr(0, length));
-  ReadAhead::Skip(from, static_cast<int>(length));
-  auto c = from.sgetc();
-  const auto at_end = [&c] { return c == Traits::eof() ? std::ios_base::eofbit : std::ios_base::goodbit; };
-  if (!IsDigit(c) && c != '.' && c != 'e' && c != 'E') {
-    value = static_cast<double>(digits) / kPowersOfTen[decimals];
-    return at_end();
-  }
-
-  const auto take = [&] {
-    text.push_back(static_cast<char>(c));
-    c = from.snextc();
-  };
-  for (bool exponent = false;;) {
-    if (c == '.' && !point && !exponent) {
-      point = true;
-      take();
-    } else if ((c == 'e' || c == 'E') && !exponent) {
-      exponent = true;
-      take();
-      if (c == '-' || c == '+') take();
-    } else if (IsDigit(c)) {
-      take();
-    } else {
-      break;
-    }
-  }
-  std::istringstream stream(text);
-  stream.imbue(std::locale::classic());
-  return stream >> value ? at_end() : at_end() | std::ios_base::failbit;
 }
 
 // Reads the default form with all digits in place straight from the stream's buffer, which is many times faster than
 // the extraction of each field. False, with nothing taken but white space, when the text is not of that kind or may
 // not be all in the buffer.
 bool ReadInPlace(std::istream& in, Fields& fields) {
-  if ((in.flags() & std::ios_base::basefield) != std::ios_base::dec || in.getloc() != std::locale::classic())
+  if ((in.flags() & std::ios_base::basefield) != std::ios_base::dec || in.exceptions() != std::ios_base::goodbit ||
+      in.getloc() != std::locale::classic())
     return false;
   const std::istream::sentry ready(in);
   if (!ready) return false;
@@ -297,12 +242,11 @@ bool ReadInPlace(std::istream& in, Fields& fields) {
   if (!fits) return false;
   fields = read;
   ReadAhead::Skip(buffer, static_cast<int>(kUpToSeconds.size()));
-  auto state = std::ios_base::badbit;
   try {
-    state = ScanSeconds(buffer, fields.sec);
-  } catch (...) {  // the buffer threw: the stream keeps that to itself, unless told otherwise
+    bool failed = false;  // what becomes of the seconds doesn't matter any more
+    fields.sec = TakeDouble(buffer, failed);
+  } catch (...) {  // the buffer threw: a stream that has no exceptions keeps that to itself
   }
-  in.setstate(state);
   return true;
 }
 
@@ -367,16 +311,14 @@ void ReadTime(std::istream& in, char datetime_separator, char separator, Fields&
 std::istream& Timestamp::_read(std::istream& in) {
   const _Form form = _form(in);
   Fields fields;
-  if (form.is_default && ReadInPlace(in, fields)) {
-    in.clear();
-  } else {
+  if (!form.is_default || !ReadInPlace(in, fields)) {
     if (form.quoted) TakeQuote(in);
     ReadDate(in, form.date, fields);
     if (!in) return in;
     ReadTime(in, form.datetime, form.time, fields);
     if (form.quoted) TakeQuote(in);
-    in.clear();
   }
+  in.clear();
   *this = Timestamp(fields.year, fields.month, fields.day, fields.hour, fields.min, fields.sec);
   return in;
 }
@@ -451,6 +393,8 @@ class TextSink {
     Number(decimals, static_cast<int>(digits % unit));
     return true;
   }
+
+  static constexpr double kPowersOfTen[] = {1, 1e1, 1e2, 1e3, 1e4, 1e5, 1e6, 1e7, 1e8};
 
   const int _precision;
   char _text[64];  // at most 20 characters before the seconds, and 25 of them
