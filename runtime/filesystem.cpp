@@ -14,13 +14,6 @@
 
 namespace {
 
-// errno before the text, whose composition may disturb it.
-template <class... Text>
-[[noreturn]] void ThrowErrno(const Text&... text) {
-  const int error = errno;
-  throw ErrnoError((std::string() + ... + text), error);
-}
-
 using StatCall = int(const char*, struct stat*);
 
 // All zero for what isn't there: a mode of 0 is neither file nor directory.
@@ -138,7 +131,8 @@ std::string TimezoneString() {
 }
 
 bool _DirList::GetNextEntry(std::string& name, int* type) {
-  errno = 0;
+  errno = IsOpen() ? 0 : EBADF;
+  if (!IsOpen()) return false;
   const dirent* entry = readdir(_dir.get());
   if (entry == nullptr) return false;
   name = entry->d_name;

@@ -87,7 +87,8 @@ class _DirList {
   bool IsOpen() const { return _dir != nullptr; }
 
   // The next entry's bare name, in the system's order and "." and ".." among them, and its type as readdir(3) has it
-  // (DT_DIR, DT_LNK ...) unless `type` is null. False leaves both as they were: errno is 0 at the end, else the error.
+  // (DT_DIR, DT_LNK ...) unless `type` is null. False leaves both as they were: errno is 0 at the end, else the error,
+  // EBADF for a list that isn't open.
   bool GetNextEntry(std::string& name, int* type);
 
  private:

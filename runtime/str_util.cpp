@@ -5,10 +5,6 @@
 
 namespace {
 
-bool IsClassicSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
-
 // The classification takes an unsigned char's value; a plain char may be negative.
 bool IsSpace(char c) {
   return std::isspace(static_cast<unsigned char>(c)) != 0;
@@ -48,9 +44,8 @@ std::string StripCharacter(const std::string& text, char unwanted) {
 }
 
 void StripEndWS(std::string& text) {
-  constexpr const char* space = " \t\n\v\f\r";
-  text.erase(text.find_last_not_of(space) + 1);  // npos + 1 is 0: all of it
-  text.erase(0, text.find_first_not_of(space));
+  text.erase(std::find_if_not(text.rbegin(), text.rend(), IsClassicSpace).base(), text.end());
+  text.erase(text.begin(), std::find_if_not(text.begin(), text.end(), IsClassicSpace));
 }
 
 int CaseInsensitiveStringCompare(const std::string& first, const std::string& second) {

@@ -40,8 +40,12 @@ unsigned int CaseInsensitiveStringFind(const std::string& haystack, const std::s
 // inside keeps its quotes; with a blank inside it loses them. Commands are written with that in mind.
 void SplitCmdLine(const std::string& command, std::vector<std::string>& words);
 
-// Words of any white space between them, as the classic locale has it. Both only move the front of `text`.
+// Words of any white space between them, as the classic locale has it.
 
+inline bool IsClassicSpace(char c) {
+  return c == ' ' || (c >= '\t' && c <= '\r');
+}
+// These two only move the front of `text`.
 void SkipSpace(std::string_view& text);
 // False, and `word` as it was, when only space is left. The word is a part of the text, which has to outlive it.
 bool NextWord(std::string_view& text, std::string_view& word);

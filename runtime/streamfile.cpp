@@ -11,10 +11,7 @@ StreamFile::StreamFile(const std::string& path, OpenFlags flags) {
 void StreamFile::Open(const std::string& path, OpenFlags flags) {
   _close();
   const int fileno = ::open(path.c_str(), flags);
-  if (fileno < 0) {
-    const int error = errno;
-    throw ErrnoError("StreamFile: Unable to open " + path, error);
-  }
+  if (fileno < 0) ThrowErrno("StreamFile: Unable to open ", path);
   _set_fileno(fileno);
 }
 

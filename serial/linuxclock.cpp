@@ -28,11 +28,6 @@ timeval Now() {
   return now;
 }
 
-[[noreturn]] void ThrowErrno(const char* text, const std::string& path) {
-  const int error = errno;
-  throw ErrnoError(text + path, error);
-}
-
 int OpenClock(const std::string& path, int flags) {
   const int fd = open(path.c_str(), flags | O_CLOEXEC);
   if (fd < 0) ThrowErrno("Unable to open clock device: ", path);

@@ -3,12 +3,9 @@
 #include <istream>
 
 #include "runtime/numbertext.h"
+#include "runtime/str_util.h"
 
 namespace {
-
-bool IsSpace(char c) {
-  return c == ' ' || (c >= '\t' && c <= '\r');
-}
 
 int HexDigit(char c) {
   const auto code = static_cast<unsigned char>(c);
@@ -37,7 +34,7 @@ bool FieldStream::_Begin() {
     if (*_at == ',') ++_at;
     return false;
   }
-  while (_at != _end && IsSpace(*_at)) ++_at;
+  while (_at != _end && IsClassicSpace(*_at)) ++_at;
   _failed = _at == _end;
   return !_failed;
 }
