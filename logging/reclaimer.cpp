@@ -96,7 +96,7 @@ void Serve(const Reclaimer::q_item& request, bool verbose) {
 
 // The thread reads the members: it starts when all of them stand.
 Reclaimer::Reclaimer(bool verbose) : _verbose(verbose) {
-  _thread = std::thread(_reclaim, this);
+  _thread = StartWorker(_reclaim, this);
 }
 
 Reclaimer::~Reclaimer() {

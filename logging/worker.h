@@ -10,12 +10,22 @@
 #include <iostream>
 #include <string>
 #include <thread>
+#include <utility>
+
+#include "runtime/signalprocessor.h"
 
 // One line on standard output, from any thread. It is written in one piece, so that lines of two threads don't mix,
 // and without the formatting state of std::cout, which belongs to others.
 inline void PrintLine(std::string line) {
   line += '\n';
   std::cout.write(line.data(), static_cast<std::streamsize>(line.size())).flush();
+}
+
+// The worker's thread, which gets no signals: those are for the poll loop.
+template <class Work, class... Arguments>
+std::thread StartWorker(Work&& work, Arguments&&... arguments) {
+  const SignalsBlocked inherited;
+  return std::thread(std::forward<Work>(work), std::forward<Arguments>(arguments)...);
 }
 
 // The worker's loop: returns when the queue is closed and empty. `serve` must not throw.

@@ -1,15 +1,15 @@
 #include "runtime/runprogram.h"
 
 #include <fcntl.h>
+#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <csignal>
-#include <cstdio>
-#include <iostream>
-#include <stdexcept>
+#include <cstring>
+#include <ostream>
 #include <vector>
 
 #include "runtime/errnoexcept.h"
@@ -41,28 +41,41 @@ struct Pipe {
   StreamFileBase writer;
 };
 
-// Whatever standard output still holds would be printed by both processes.
+// A command as execv(2) takes it. Made before the fork: the child can't, see below.
+class Command {
+ public:
+  explicit Command(const std::string& line) {
+    SplitCmdLine(line, _words);
+    if (_words.empty()) _words.emplace_back();  // the empty path
+    for (size_t i = 0; i < std::min(_words.size(), kMaxArguments); ++i) _arguments[i] = _words[i].data();
+  }
+  Command(const Command&) = delete;
+  Command& operator=(const Command&) = delete;
+
+  const char* Path() const { return _arguments[0]; }
+  char* const* Arguments() const { return _arguments.data(); }
+
+ private:
+  std::vector<std::string> _words;
+  std::array<char*, kMaxArguments + 1> _arguments{};
+};
+
 pid_t Fork() {
-  std::cout.flush();
-  std::fflush(stdout);
   const pid_t pid = ::fork();
   if (pid < 0) throw ErrnoError("Unable to fork");
   return pid;
 }
 
-// The child's side of a fork. It ends here: nothing returns to the caller's code, exceptions neither. `who` begins the
-// message about those.
-template <class Work>
-[[noreturn]] void RunChild(const char* who, Work work) noexcept {
-  try {
-    work();
-    ::_exit(0);
-  } catch (const std::exception& error) {
-    std::cout << who << " exception: " << error.what() << std::endl;
-  } catch (...) {
-    std::cout << who << " unknown exception" << std::endl;
-  }
-  std::fflush(stdout);  // _exit doesn't
+// --- the child ---
+//
+// Only one thread comes through a fork, and whatever the others had locked stays locked for ever: memory, streams,
+// exceptions. So a child makes system calls alone (signal-safety(7)).
+
+// Ends the child, with a message on its standard output.
+template <class... Text>
+[[noreturn]] void Fail(const Text*... text) {
+  const iovec pieces[] = {{const_cast<char*>(text), std::strlen(text)}...};
+  [[maybe_unused]] const ssize_t written = ::writev(STDOUT_FILENO, pieces, sizeof...(text));
   ::_exit(kNotExecuted);
 }
 
@@ -77,29 +90,24 @@ void ConnectStandardStreams(const int* descriptors) {
   }
 }
 
-// Returns only by an exception. An empty command is the empty path.
-void Execute(const std::string& command) {
-  std::vector<std::string> words;
-  SplitCmdLine(command, words);
-  if (words.empty()) words.emplace_back();
-  std::array<char*, kMaxArguments + 1> arguments{};
-  const size_t count = std::min(words.size(), kMaxArguments);
-  for (size_t i = 0; i < count; ++i) arguments[i] = words[i].data();
+[[noreturn]] void Execute(const Command& command, const int* descriptors) {
+  ConnectStandardStreams(descriptors);
   // A zip that outlives a link would keep its connection open, and a removable disk busy. A failure costs only that.
   ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
-  ::execv(arguments[0], arguments.data());
-  const int error = errno;
-  throw ErrnoError("Unable to exec " + words[0], error);
+  // What a worker's thread starts would never hear a signal: the mask outlives execv.
+  sigset_t none;
+  sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
+  ::execv(command.Path(), command.Arguments());
+  Fail("RunProgram got exception: Unable to exec ", command.Path(), ": ", ::strerrordesc_np(errno), "\n");
 }
 
-// Starts the command; `descriptors` is null or the reading and the writing end of a pipe.
-pid_t _start_program(const std::string& command, const int* descriptors) {
+// --- the parent ---
+
+// `descriptors` is null or the reading and the writing end of a pipe.
+pid_t _start_program(const Command& command, const int* descriptors) {
   const pid_t pid = Fork();
-  if (pid == 0)
-    RunChild("RunProgram got", [&] {
-      ConnectStandardStreams(descriptors);
-      Execute(command);
-    });
+  if (pid == 0) Execute(command, descriptors);
   return pid;
 }
 
@@ -118,7 +126,7 @@ int _wait_for_complete(pid_t pid) {
 }  // namespace
 
 int RunProgram(const std::string& command) {
-  return _wait_for_complete(_start_program(command, nullptr));
+  return _wait_for_complete(_start_program(Command(command), nullptr));
 }
 
 int RunProgram(const std::string& command, std::ostream& out) {
@@ -131,9 +139,10 @@ int RunProgram(const std::string& command, std::ostream& out) {
 
 int RunProgramCaptureStdout(const std::string& command, std::string& out) {
   out.clear();
+  const Command program(command);
   Pipe pipe;
   const int ends[] = {pipe.reader.Fileno(), pipe.writer.Fileno()};
-  const pid_t pid = _start_program(command, ends);
+  const pid_t pid = _start_program(program, ends);
   pipe.writer._close();
   std::array<char, 8192> chunk;
   for (;;) {
@@ -148,9 +157,10 @@ int RunProgramCaptureStdout(const std::string& command, std::string& out) {
 }
 
 int RunProgramWriteStdin(const std::string& command, const std::string& data) {
+  const Command program(command);
   Pipe pipe;
   const int ends[] = {pipe.reader.Fileno(), pipe.writer.Fileno()};
-  const pid_t pid = _start_program(command, ends);
+  const pid_t pid = _start_program(program, ends);
   pipe.reader._close();
   [[maybe_unused]] const ssize_t written = ::write(pipe.writer.Fileno(), data.data(), data.size());
   ::fsync(pipe.writer.Fileno());
@@ -159,12 +169,15 @@ int RunProgramWriteStdin(const std::string& command, const std::string& data) {
 }
 
 void RunProgramAsDaemon(const std::string& command) {
+  const Command program(command);
   const pid_t pid = Fork();
-  if (pid == 0)
-    RunChild("RunProgram: Got", [&] {
-      ::setsid();
-      if (std::signal(SIGHUP, SIG_IGN) == SIG_ERR) throw std::runtime_error("Unable to ignore SIGHUP");
-      _start_program(command, nullptr);
-    });
+  if (pid == 0) {
+    ::setsid();
+    if (std::signal(SIGHUP, SIG_IGN) == SIG_ERR) Fail("RunProgram: Got exception: Unable to ignore SIGHUP\n");
+    const pid_t daemon = ::_Fork();  // as fork, and nothing but the system call
+    if (daemon == 0) Execute(program, nullptr);
+    if (daemon < 0) Fail("RunProgram: Got exception: Unable to fork: ", ::strerrordesc_np(errno), "\n");
+    ::_exit(0);
+  }
   WaitFor(pid, "Error while waiting for process to finish");
 }

@@ -69,3 +69,13 @@ SignalProcessor::Handler SignalProcessor::_safe_signal(int signal, Handler handl
   action.sa_flags = signal == SIGALRM ? SA_INTERRUPT : SA_RESTART;
   return sigaction(signal, &action, &previous) == 0 ? previous.sa_handler : SIG_ERR;
 }
+
+SignalsBlocked::SignalsBlocked() {
+  sigset_t all;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &_previous);
+}
+
+SignalsBlocked::~SignalsBlocked() {
+  pthread_sigmask(SIG_SETMASK, &_previous, nullptr);
+}

@@ -2,7 +2,7 @@
 //
 // The asynchronous handler only marks the signal here; PollProcessor delivers it later, on the loop's thread and
 // outside the interrupt context. Several arrivals before a delivery are one mark. Nothing here is locked: one thread
-// catches signals and takes the marks. Code that runs threads of its own blocks the caught signals in them.
+// catches signals and takes the marks. Other threads are started with all signals blocked.
 
 #pragma once
 
@@ -49,4 +49,17 @@ class SignalProcessor {
   // One for each signal, so that marking is one store: the handlers of two signals may interrupt each other.
   volatile sig_atomic_t _marks[NSIG] = {};
   volatile sig_atomic_t _any = 0;  // set after any mark
+};
+
+// Blocks all signals in the calling thread for the length of a scope. A thread that is started in it has them blocked
+// for good, so that a signal goes to the loop's thread, whose wait it has to end.
+class SignalsBlocked {
+ public:
+  SignalsBlocked();
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+  ~SignalsBlocked();
+
+ private:
+  sigset_t _previous;
 };
