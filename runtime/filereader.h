@@ -3,6 +3,9 @@
 // The owner takes chunks with Read until that returns 0, which also means that the file is closed. Lives on the thread
 // of the poll loop. Nothing is reported to anybody: the loop only fills the buffer, and errors of reading and closing
 // (ErrnoError of StreamFileBase) reach the caller of Read or the host of the loop, whichever was reading.
+//
+// After such an error the file is still open and still asks for events, so a source that goes on failing throws out of
+// Poll in every pass, until somebody calls Close: the host sees to it that the owner does.
 
 #pragma once
 

@@ -173,6 +173,7 @@ void PollProcessor::RunEvents() {
 void PollProcessor::RunIdleHandlers() {
   const bool new_cycle = !_idle_started;
   _idle_started = true;
+  _idle_work.clear();  // an exception may have left handlers behind, which are picked again here
   for (PollIdleHandler* handler : _idle) {
     if (new_cycle) handler->_done = false;
     if (!handler->_done) _idle_work.push_back(handler);

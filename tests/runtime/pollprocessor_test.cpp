@@ -190,7 +190,7 @@ TEST_F(PollLoop, AnExceptionReachesTheHostAndLosesNoWork) {
     std::function<void()> wake;
     const char* next;  // pass, in which nothing new is due
   } rows[] = {{timer, [&] { timer.SetTimeout(0), timer2.SetTimeout(0); }, "timer2 idle idle2"},
-              {idle, [&] { timer.SetTimeout(0); }, "idle2 idle"},
+              {idle, [&] { timer.SetTimeout(0); }, "idle idle2"},
               {signal, [] { raise(SIGUSR1); }, "other1"},
               {item, [&] { item.Set(); }, "item.read"}};
   for (const auto& row : rows) {
