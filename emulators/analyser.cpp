@@ -1,6 +1,5 @@
 #include "emulators/analyser.h"
 
-#include <sys/socket.h>
 #include <sys/time.h>
 
 #include <algorithm>
@@ -12,7 +11,6 @@
 namespace {
 
 constexpr int kSecond = 1'000;  // milliseconds
-constexpr int kBacklog = 4;
 
 constexpr const char* kColumns =
     "DATAH\tSECONDS\tNANOSECONDS\tDIAG\tCH4\tCH4D\tTEMP\tPRESSURE\tRSSI\tDROPRATE\tAUX1\tAUX2\tAUX3\tAUX4\tAUX5\tAUX6"
@@ -24,83 +22,7 @@ constexpr const char* kAcknowledged = "<tarno><tn5500><ack>true</ack></tn5500></
 
 }  // namespace
 
-void Analyser::Door::Open(const std::string& host, int& port) {
-  SocketAddress address(host);
-  address.Port(port);
-  _socket.Open(address.Family(), Socket::TypeStream, 0);
-  _socket.Bind(address);
-  _socket.Listen(kBacklog);
-  _socket.GetSockName(&address);
-  port = address.Port();
-  Register();
-}
-
-void Analyser::Door::Close() {
-  UnRegister();
-  _socket._close();
-}
-
-void Analyser::Door::HandleRead() {
-  try {
-    _analyser._Accepted(_socket.Accept(nullptr));
-  } catch (const ErrnoError&) {
-    // It went away again.
-  }
-}
-
-void Analyser::Peer::Take(const Socket& socket) {
-  Close(false);
-  _socket = socket;
-  _socket.SetNonBlock();
-  Register();
-}
-
-void Analyser::Peer::Send(const std::string& bytes) {
-  if (!IsOpen()) return;
-  _queue += bytes;
-  HandleWrite();
-}
-
-void Analyser::Peer::Stall(bool stalled) {
-  _stalled = stalled;
-  SetRequestedEvents(stalled ? 0 : POLLIN | POLLOUT);
-}
-
-void Analyser::Peer::Close(bool reset) {
-  if (!IsOpen()) return;
-  const linger at_once = {1, 0};
-  if (reset) setsockopt(_socket.Fileno(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
-  UnRegister();
-  _socket.Close();
-  _queue.clear();
-  _input.clear();
-}
-
-void Analyser::Peer::HandleRead() {
-  std::string data;
-  try {
-    _socket.Read(data);
-  } catch (const ErrnoError&) {
-    data.clear();
-  }
-  if (data.empty()) {
-    Close(false);
-    return;
-  }
-  _input += data;
-  for (size_t end; (end = _input.find('\n')) != std::string::npos; _input.erase(0, end + 1))
-    _analyser._Obey(_input.substr(0, end));
-}
-
-void Analyser::Peer::HandleWrite() {
-  if (_stalled) return;
-  const ssize_t sent = send(Fileno(), _queue.data(), _queue.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
-  if (sent > 0) _queue.erase(0, static_cast<size_t>(sent));
-  SetRequestedEvents(_queue.empty() ? POLLIN : POLLIN | POLLOUT);
-}
-
-Analyser::Analyser(const std::string& host, int port)
-    : PollTimer(kSecond / 10, true), _host(host), _port(port), _door(*this), _peer(*this) {
+Analyser::Analyser(const std::string& host, int port) : LineServer(host, port), PollTimer(kSecond / 10, true) {
   Listen();
 }
 
@@ -111,7 +33,7 @@ void Analyser::SetRate(int rate) {
 
 void Analyser::Announce(const std::string& name) {
   Listen();
-  _announcement.emplace(name, kType, _port);
+  _announcement.emplace(name, kType, Port());
 }
 
 void Analyser::Vanish() {
@@ -120,38 +42,10 @@ void Analyser::Vanish() {
   HangUp();
 }
 
-void Analyser::MoveTo(const std::string& host) {
-  _host = host;
-  HangUp();
-  Listen();
-}
-
-void Analyser::Refuse() {
-  _door.Close();
-}
-
-void Analyser::Listen() {
-  _door.Close();
-  _door.Open(_host, _port);
-}
-
-void Analyser::Stall(bool stalled) {
-  _stalled = stalled;
-  _peer.Stall(stalled);
-}
-
 void Analyser::CutLine() {
   const std::string line = DataLine(0, 0, 0);  // whatever it is joined to, the sum doesn't vary
   Send(line.substr(0, line.size() / 2));
   HangUp();
-}
-
-void Analyser::HangUp() {
-  _peer.Close(false);
-}
-
-void Analyser::Reset() {
-  _peer.Close(true);
 }
 
 void Analyser::SendGarbage(size_t size) {
@@ -161,10 +55,6 @@ void Analyser::SendGarbage(size_t size) {
     c = static_cast<char>(_noise >> 24);
   }
   Send(noise + '\n');
-}
-
-void Analyser::Send(const std::string& bytes) {
-  _peer.Send(bytes);
 }
 
 std::string Analyser::Headers() {
@@ -186,20 +76,17 @@ std::string Analyser::DataLine(int32_t seconds, int32_t nanoseconds, int number)
 
 void Analyser::HandleTimeout() {
   AddTimeout(kSecond / _rate);
-  if (!_peer.IsOpen() || _peer.IsJammed() || _stalled) return;
+  if (!IsConnected() || IsJammed() || IsStalled()) return;
   timeval now;
   gettimeofday(&now, nullptr);
   Send(DataLine(static_cast<int32_t>(now.tv_sec), static_cast<int32_t>(now.tv_usec) * 1'000, _lines++));
 }
 
-void Analyser::_Accepted(const Socket& socket) {
-  ++_connections;
-  _peer.Take(socket);
-  _peer.Stall(_stalled);
+void Analyser::Accepted() {
   Send(Headers());
 }
 
-void Analyser::_Obey(const std::string& command) {
+void Analyser::GotLine(const std::string& command) {
   _commands.push_back(command);
   if (const size_t rate = command.find("<rate>"); rate != std::string::npos)
     SetRate(std::atoi(command.c_str() + rate + std::string_view("<rate>").size()));
