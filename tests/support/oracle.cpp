@@ -5,6 +5,8 @@
 // and gives the fuzzer's entry point a name of its own. MOORLOG_ORACLE_SEED in the environment asks for other variants.
 
 #include <gtest/gtest.h>
+#include <sys/prctl.h>
+#include <sys/resource.h>
 
 #include <algorithm>
 #include <cctype>
@@ -90,7 +92,16 @@ class Variants {
   std::mt19937 _random{1};
 };
 
+// An oracle that hangs ends by itself, and with the program that it belongs to.
+void Bound() {
+  constexpr rlim_t kSeconds = 60;  // of processor time; an oracle takes a few
+  const rlimit limit = {kSeconds, kSeconds};
+  setrlimit(RLIMIT_CPU, &limit);
+  prctl(PR_SET_PDEATHSIG, SIGKILL);
+}
+
 void AskAll() {
+  Bound();
   std::signal(SIGABRT, ShowInput);
   std::vector<std::filesystem::path> names;
   for (const auto& entry : std::filesystem::directory_iterator(ORACLE_CORPUS)) names.push_back(entry.path());
