@@ -2,19 +2,16 @@
 //
 //   browse                        analyser heads
 //   browse _http._tcp             another type
-//   browse --offer NAME ...       offers such a service itself, at port 5500, so that there is one to find
-//   browse --seconds N ...        ends by itself
+//   browse --offer meadow ...     offers such a service itself, at port 5500, so that there is one to find
+//   browse --seconds 10 ...       ends by itself
 //
 // Needs an Avahi daemon on this host (apt-get install avahi-daemon). While there is none it says so and goes on trying.
 // A daemon that ends later isn't noticed: restart this program after the daemon.
 
-#include <csignal>
-#include <cstdlib>
-#include <functional>
 #include <iostream>
 #include <string>
-#include <utility>
 
+#include "examples/commandline.h"
 #include "examples/timer.h"
 #include "net/bonjourclient.h"
 #include "runtime/pollprocessor.h"
@@ -27,17 +24,20 @@ struct Options {
   int seconds = 0;  // 0: no end
 };
 
-Options Read(char** arguments) {
+Options Read(int argc, char** argv) {
+  constexpr size_t kLongestName = 63;  // bytes, as of every label in DNS
   Options options;
-  for (; *arguments != nullptr; ++arguments) {
-    const std::string argument = *arguments;
-    if (argument == "--offer" && arguments[1] != nullptr)
-      options.offer = *++arguments;
-    else if (argument == "--seconds" && arguments[1] != nullptr)
-      options.seconds = std::atoi(*++arguments);
-    else
-      options.type = argument;
-  }
+  CommandLine line("Lists the services of a type on the local network, with addresses and TXT strings.");
+  line.add_option("type", options.type, "as in _http._tcp")->capture_default_str()->check([](const std::string& type) {
+    const bool service = type.starts_with('_') && (type.ends_with("._tcp") || type.ends_with("._udp"));
+    return service ? "" : "'" + type + "' is no service type such as _http._tcp";
+  });
+  line.add_option("--offer", options.offer, "offer such a service under this name as well")
+      ->check([](const std::string& name) {
+        return !name.empty() && name.size() <= kLongestName ? "" : "a service's name has 1 to 63 bytes";
+      });
+  line.AddSeconds(options.seconds);
+  line.Read(argc, argv);
   return options;
 }
 
@@ -61,8 +61,12 @@ class Browser : public BonjourClientListener {
     _Start();
   }
 
+  int Found() const { return _found; }
+  int Gone() const { return _gone; }
+
   void AddService(std::string name, std::string, std::string, unsigned int interface, std::string host,
                   const SocketAddress& address, const std::map<std::string, std::string>& txt) override {
+    ++_found;
     std::cout << "found " << Printable(name) << ": " << address.Presentation() << " port " << address.Port() << ", "
               << Printable(host) << ", interface " << interface << '\n';
     for (const auto& [key, value] : txt) std::cout << "      " << Printable(key) << '=' << Printable(value) << '\n';
@@ -70,6 +74,7 @@ class Browser : public BonjourClientListener {
   }
 
   void RemoveService(std::string name, std::string, std::string) override {
+    ++_gone;
     std::cout << "gone  " << Printable(name) << std::endl;
   }
 
@@ -93,20 +98,18 @@ class Browser : public BonjourClientListener {
   }
 
   const Options _options;
+  int _found = 0;
+  int _gone = 0;
   Timer _retry;  // before the client, which may need it at once
   BonjourClient _client;
 };
 
 }  // namespace
 
-int main(int, char** argv) {
-  auto& loop = PollProcessor::Instance();
-  loop.QuitOnSignal(SIGINT);
-  loop.QuitOnSignal(SIGTERM);
-  const Options options = Read(argv + 1);
-  const Timer end(options.seconds > 0 ? options.seconds * 1000 : -1, [] { raise(SIGTERM); });
+int main(int argc, char** argv) {
+  const Options options = Read(argc, argv);
   std::cout << "browsing for " << options.type << std::endl;
   const Browser browser(options);
-  while (loop.Poll(-1)) {
-  }
+  RunLoop(options.seconds);
+  return LastLine({{"found", browser.Found()}, {"gone", browser.Gone()}});
 }

@@ -3,16 +3,16 @@
 //   gps                              an emulated Garmin unit, left at 4800 bps: the search takes 8 s
 //   gps /dev/ttyS1                   a Garmin unit on a port
 //   gps --hemisphere [/dev/ttyS1]    a Hemisphere unit, emulated or on a port
-//   gps --fixes N ...                ends after N fixes
+//   gps --fixes 10 ...               ends after so many fixes
+//   gps --seconds 60 ...             ends after so many seconds
 
-#include <csignal>
-#include <cstdlib>
 #include <iomanip>
 #include <iostream>
-#include <memory>
+#include <optional>
 #include <string>
 
 #include "emulators/gps_receiver.h"
+#include "examples/commandline.h"
 #include "runtime/pollprocessor.h"
 #include "serial/gpsdevice.h"
 
@@ -21,6 +21,7 @@ namespace {
 class Printer : public GPSDevice::Listener {
  public:
   int Fixes() const { return _fixes; }
+  int Times() const { return _times; }
 
   void GotGPSData(const GPSData& data) override {
     ++_fixes;
@@ -28,7 +29,10 @@ class Printer : public GPSDevice::Listener {
               << " latitude " << data.values[0] << " longitude " << data.values[1] << std::setprecision(1)
               << " altitude " << data.values[2] << " m, " << data.values[3] << " satellites" << std::endl;
   }
-  void GotGPSTime(const TimeVal& time) override { std::cout << "time        " << time << std::endl; }
+  void GotGPSTime(const TimeVal& time) override {
+    ++_times;
+    std::cout << "time        " << time << std::endl;
+  }
   void GotGPSNoFix() override { std::cout << "no fix" << std::endl; }
   void GotGPSSatellites(const std::vector<GPSDevice::SatStatus>& satellites) override {
     std::cout << "satellites ";
@@ -39,49 +43,47 @@ class Printer : public GPSDevice::Listener {
 
  private:
   int _fixes = 0;
+  int _times = 0;
 };
 
 struct Options {
-  int type = GPSDevice::TypeGarmin;
+  bool hemisphere = false;
   int fixes = 0;     // 0: no end
+  int seconds = 0;   // 0: no end
   std::string path;  // empty: the emulator's
 };
 
-Options Read(char** arguments) {
+Options Read(int argc, char** argv) {
   Options options;
-  for (; *arguments != nullptr; ++arguments) {
-    const std::string argument = *arguments;
-    if (argument == "--hemisphere")
-      options.type = GPSDevice::TypeHemisphere;
-    else if (argument == "--fixes" && arguments[1] != nullptr)
-      options.fixes = std::atoi(*++arguments);
-    else
-      options.path = argument;
-  }
+  CommandLine line("Prints what a GPS receiver tells. Without a port it brings a receiver of its own up.");
+  line.add_option("port", options.path, "as in /dev/ttyS1")->type_name("");
+  line.add_flag("--hemisphere", options.hemisphere, "a Hemisphere unit; a Garmin unit otherwise");
+  line.AddNumber("--fixes", options.fixes, 1, 1'000'000'000, "end after so many fixes");
+  line.AddSeconds(options.seconds);
+  line.Read(argc, argv);
   return options;
 }
 
 }  // namespace
 
-int main(int, char** argv) try {
-  auto& loop = PollProcessor::Instance();
-  loop.QuitOnSignal(SIGINT);
-  loop.QuitOnSignal(SIGTERM);
-
-  Options options = Read(argv + 1);
-  std::unique_ptr<GPSReceiver> emulated;
+int main(int argc, char** argv) try {
+  Options options = Read(argc, argv);
+  std::optional<GPSReceiver> emulated;
   if (options.path.empty()) {
-    const bool garmin = options.type == GPSDevice::TypeGarmin;
-    emulated =
-        std::make_unique<GPSReceiver>(garmin ? GPSReceiver::Garmin : GPSReceiver::Hemisphere, garmin ? 4800 : 57600);
+    if (options.hemisphere)
+      emulated.emplace(GPSReceiver::Hemisphere, 57600);
+    else
+      emulated.emplace(GPSReceiver::Garmin, 4800);
     options.path = emulated->Path();
   }
 
   Printer printer;
-  GPSDevice device(options.path, options.type, false, true);
+  const int type = options.hemisphere ? GPSDevice::TypeHemisphere : GPSDevice::TypeGarmin;
+  GPSDevice device(options.path, type, false, true);
   device.RegisterListener(&printer);
-  while (loop.Poll(-1) && (options.fixes == 0 || printer.Fixes() < options.fixes)) continue;
-  return 0;
+  std::cout << "listening to " << options.path << std::endl;
+  RunLoop(options.seconds, [&] { return options.fixes > 0 && printer.Fixes() >= options.fixes; });
+  return LastLine({{"fixes", printer.Fixes()}, {"times", printer.Times()}});
 } catch (const std::exception& error) {
   std::cerr << "ERROR: " << error.what() << std::endl;
   return 1;

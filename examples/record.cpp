@@ -2,25 +2,21 @@
 //
 //   record                       brings an analyser of its own up, records it for 8 s and shows how the files grow
 //   record TARGET DIRECTORY      TARGET is an analyser's IPv4 address, or the name under which it is announced
-//   record --split S ...         a new file each S seconds; 3600 otherwise
-//   record --percent P ...       of the directory's disk, for all files together; 90 otherwise
-//   record --seconds N ...       ends by itself
+//   record --split 600 ...       a new file each 600 seconds; 3600 otherwise
+//   record --percent 50 ...      of the directory's disk, for all files together; 90 otherwise
+//   record --seconds 60 ...      ends by itself
 //
 // Finished files are packed by zip. To find an analyser by its name, an Avahi daemon has to run on this host.
 
-#include <csignal>
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <iostream>
 #include <optional>
 #include <set>
-#include <stdexcept>
 #include <string>
-#include <utility>
-#include <vector>
 
 #include "emulators/analyser.h"
+#include "examples/commandline.h"
 #include "examples/recorder.h"
 #include "examples/timer.h"
 #include "net/socketaddress.h"
@@ -40,25 +36,25 @@ struct Options {
   int seconds = 0;  // 0: no end
 };
 
-Options Read(char** arguments) {
+// The file's whole path becomes a word of zip's command line, which takes some characters for a pattern.
+std::string CheckDirectory(const std::string& directory) {
+  if (directory.starts_with('-') || directory.find_first_of(" \t\n\"'\\*?[]") != std::string::npos)
+    return "zip can't take a file in '" + directory + "': choose a name without blanks, quotes and any of \\*?[]";
+  return fs::is_directory(directory) ? "" : "no directory: " + directory;
+}
+
+Options Read(int argc, char** argv) {
+  constexpr int kWeek = 604'800;
   Options options;
-  std::vector<std::string> words;
-  for (; *arguments != nullptr; ++arguments) {
-    const std::string argument = *arguments;
-    int* const number = argument == "--split"     ? &options.settings.split_seconds
-                        : argument == "--percent" ? &options.settings.percent
-                        : argument == "--seconds" ? &options.seconds
-                                                  : nullptr;
-    if (number != nullptr && arguments[1] != nullptr)
-      *number = std::atoi(*++arguments);
-    else
-      words.push_back(argument);
-  }
-  if (words.size() == 1 || words.size() > 2) throw std::runtime_error("a target and a directory, please");
-  if (words.empty()) return options;
-  options.target = words[0];
-  options.settings.directory = words[1];
-  if (!fs::is_directory(words[1])) throw std::runtime_error("no directory: " + words[1]);
+  CommandLine line("Records what a methane analyser sends. Without a target it brings an analyser of its own up.");
+  auto* const target = line.add_option("target", options.target, "its IPv4 address, or the name it is announced under");
+  auto* const directory = line.add_option("directory", options.settings.directory, "where the files go");
+  target->type_name("")->needs(directory);
+  directory->type_name("")->check(CheckDirectory);
+  line.AddNumber("--split", options.settings.split_seconds, 1, kWeek, "begin a new file each so many seconds");
+  line.AddNumber("--percent", options.settings.percent, 1, 100, "of the disk, for all files together");
+  line.AddSeconds(options.seconds);
+  line.Read(argc, argv);
   return options;
 }
 
@@ -78,7 +74,7 @@ class Demonstration {
     if (mkdtemp(_directory.data()) == nullptr) throw ErrnoError("Unable to make " + _directory);
     options.settings.directory = _directory;
     options.settings.split_seconds = 3;
-    options.seconds = 8;
+    if (options.seconds == 0) options.seconds = 8;
     _show.SetTimeout(kSecond);
   }
   Demonstration(const Demonstration&) = delete;
@@ -110,12 +106,8 @@ class Demonstration {
 
 }  // namespace
 
-int main(int, char** argv) try {
-  auto& loop = PollProcessor::Instance();
-  loop.QuitOnSignal(SIGINT);
-  loop.QuitOnSignal(SIGTERM);
-
-  Options options = Read(argv + 1);
+int main(int argc, char** argv) try {
+  Options options = Read(argc, argv);
   std::optional<Demonstration> demonstration;
   if (options.target.empty()) demonstration.emplace(options);
 
@@ -126,10 +118,8 @@ int main(int, char** argv) try {
     recorder.ConnectToAddress(options.target, kPort);
   else
     recorder.ConnectToName(options.target);
-  const Timer end(options.seconds > 0 ? options.seconds * kSecond : -1, [] { raise(SIGTERM); });
-  while (loop.Poll(-1)) {
-  }
-  return 0;
+  RunLoop(options.seconds);
+  return LastLine({{"lines", recorder.Lines()}});
 } catch (const std::exception& error) {
   std::cerr << "ERROR: " << error.what() << std::endl;
   return 1;

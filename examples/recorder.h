@@ -46,6 +46,9 @@ class Recorder : public CH4Device, private PollTimer {
     GetHead().Connect(host);
   }
 
+  // That went to a file so far.
+  int Lines() const { return _lines; }
+
   void HeadGotLine(std::string line) override {
     if (line.starts_with("DATAH\t") && line != _columns) {
       _columns = line;
@@ -53,15 +56,17 @@ class Recorder : public CH4Device, private PollTimer {
     } else if (line.starts_with("DATA\t") && CheckSumAgrees(line)) {
       _SetTime();
       _logger.WriteDATA(line, _now);
+      if (_logger.USBState() == kLogging) ++_lines;
     }
     CH4Device::HeadGotLine(std::move(line));
   }
 
  private:
+  enum { kLogging = 1, kError = 3 };  // as the logger tells its state
+
   // Once a minute. A full disk ends the file, so that the next one finds the room that the reclaimer makes.
   void HandleTimeout() override {
     constexpr int kMinute = 60'000;  // milliseconds
-    constexpr int kError = 3;
     AddTimeout(kMinute);
     _reclaimer.Reclaim(_settings.directory, _settings.percent, ".part");
     if (_logger.USBState() != kError) return;
@@ -87,5 +92,6 @@ class Recorder : public CH4Device, private PollTimer {
   Logger _logger;
   Reclaimer _reclaimer;
   std::string _columns;  // the last DATAH line
-  time_t _now = 0;       // of the logger's date and time
+  int _lines = 0;
+  time_t _now = 0;  // of the logger's date and time
 };
