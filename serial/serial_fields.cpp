@@ -1,7 +1,5 @@
 #include "serial/serial_fields.h"
 
-#include <istream>
-
 #include "runtime/numbertext.h"
 #include "runtime/str_util.h"
 
@@ -10,19 +8,6 @@ namespace {
 int HexDigit(char c) {
   const auto code = static_cast<unsigned char>(c);
   return code < 'A' ? code - '0' : code < 'a' ? code - 'A' + 10 : code - 'a' + 10;
-}
-
-template <class Value>
-Value Read(std::istream& in, Value value) {
-  if (in.fail()) return value;
-  const int next = in.peek();
-  if (next == ',') {
-    in.get();
-  } else if (next != '*') {
-    in >> value;
-    in.get();
-  }
-  return value;
 }
 
 }  // namespace
@@ -73,22 +58,6 @@ uint32_t GPSReadUnsigned(FieldStream& fields) {
 
 int32_t GPSReadInteger(FieldStream& fields) {
   return fields._Take(TakeInteger);
-}
-
-double GPSReadDouble(std::istream& in) {
-  return Read(in, 0.0);
-}
-
-char GPSReadChar(std::istream& in) {
-  return Read(in, ' ');
-}
-
-uint32_t GPSReadUnsigned(std::istream& in) {
-  return Read(in, uint32_t{0});
-}
-
-int32_t GPSReadInteger(std::istream& in) {
-  return Read(in, int32_t{0});
 }
 
 bool ChecksumAgrees(std::string_view sentence) {

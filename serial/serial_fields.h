@@ -1,13 +1,11 @@
 // What the sentences of serial instruments have in common: comma-delimited fields, and a closing checksum of two
 // hexadecimal digits (NMEA 0183).
 //
-// Nothing here allocates on well-formed text, looks at a locale or throws, but for the readers of a std::istream. Any
-// thread.
+// Nothing here allocates on well-formed text, looks at a locale or throws. Any thread.
 
 #pragma once
 
 #include <cstdint>
-#include <iosfwd>
 #include <string_view>
 
 // Fields, read from the front of a text that outlives the stream. It counts as a formatted input stream of the classic
@@ -42,12 +40,6 @@ double GPSReadDouble(FieldStream& fields);      // 0
 char GPSReadChar(FieldStream& fields);          // the space character
 uint32_t GPSReadUnsigned(FieldStream& fields);  // 0; a negative number wraps
 int32_t GPSReadInteger(FieldStream& fields);    // 0
-
-// The same by the stream's own formatted input, with its locale and its exceptions.
-double GPSReadDouble(std::istream& in);
-char GPSReadChar(std::istream& in);
-uint32_t GPSReadUnsigned(std::istream& in);
-int32_t GPSReadInteger(std::istream& in);
 
 // Whether the two hexadecimal digits that close a sentence are the exclusive-or of what stands between its first byte
 // and the one before the digits, both excluded. Digits are converted by their code alone, in either case; no character
