@@ -152,9 +152,20 @@ void GPSDevice::_ConfigHemisphere() {
 
 void GPSDevice::HandleTimeout() {
   if (_baudSearch == BaudResetting)
-    _SetBps(kBps);
+    _UnlessGone([this] { _SetBps(kBps); });
   else if (_baudSearch == BaudSearching)
-    _SearchStep();
+    _UnlessGone([this] { _SearchStep(); });
+}
+
+// A port that has gone ends the search; any other failure is thrown.
+template <class Step>
+void GPSDevice::_UnlessGone(Step step) {
+  try {
+    step();
+  } catch (const std::runtime_error&) {
+    if (!_reader.IsHungUp()) throw;
+    _baudSearch = BaudIdle;
+  }
 }
 
 void GPSDevice::_SearchStep() {
@@ -167,11 +178,15 @@ void GPSDevice::_SearchStep() {
   if (_baudSearch == BaudSearching) AddTimeout(kTrialTime);
 }
 
-// A Garmin unit takes up its new rate when it starts again; the port follows when it is back.
 void GPSDevice::_BPSDetected() {
   _baudSearch = BaudIdle;
   SetTimeout(-1);
-  if (_gpsType != TypeGarmin || _control.configuration().baudRate == kBps) return;
+  if (_gpsType == TypeGarmin) _UnlessGone([this] { _RestartAt38400(); });
+}
+
+// A Garmin unit takes up its new rate when it starts again; the port follows when it is back.
+void GPSDevice::_RestartAt38400() {
+  if (_control.configuration().baudRate == kBps) return;
   _writer.Write(kGarminRestart);
   _baudSearch = BaudResetting;
   SetTimeout(kRestartTime);
@@ -318,13 +333,6 @@ void GPSDevice::_HandleGSV(FieldStream& fields) {
     satellite.snr = GPSReadInteger(fields);
     if (!fields.fail()) _satellites.push_back(satellite);
   }
-  if (number == total) _TellSatellites();
-}
-
-// The listener sees a copy: if it feeds characters, the list goes on meanwhile. The copy's storage is kept.
-void GPSDevice::_TellSatellites() {
-  std::vector<SatStatus> told = std::move(_told);
-  told = _satellites;
-  _listener->GotGPSSatellites(told);
-  _told = std::move(told);
+  // A copy: a listener that feeds characters changes the list.
+  if (number == total) _listener->GotGPSSatellites(std::vector(_satellites));
 }

@@ -2,7 +2,9 @@
 //
 // The receiver speaks NMEA 0183; only sentences of the talker GP are understood. A Garmin unit is looked for at 38400,
 // 4800, 9600 and 19200 bps, 5 s each, told to use 38400 and restarted; a Hemisphere unit is taken to be at 57600. After
-// a search without success the port stays at 38400, and sentences are taken as ever.
+// a search without success the port stays at 38400, and sentences are taken as ever. A receiver for several systems,
+// with the talker GN, may well end the search, as its list of GPS satellites has the talker GP; no position and no time
+// of it is ever told.
 //
 // Thread: the poll loop's. Nothing blocks: the set-up is queued.
 //
@@ -16,7 +18,8 @@
 // either.
 //
 // Errors: the constructor and the timer throw std::runtime_error "Unable to configure GPS: " and the path when the line
-// is refused, and pass on LinuxTTYBase::DeviceError.
+// is refused, and pass on LinuxTTYBase::DeviceError. Where the port itself has gone the search ends without a word:
+// Reader().IsHungUp() tells the owner, who makes the device anew.
 
 #pragma once
 
@@ -37,6 +40,9 @@ class FieldStream;
 //           6 speed, m/s, and 7 course, degrees as sent, both of the last valid RMC
 //           8 age of the differential data, s    9 differential station
 //   errorFlags  0x880 for a quality byte of 0, 0x80 for one of 1; otherwise 0, so for every digit, which is meant
+//
+// A sentence without a fix comes too, as latitude 0, longitude 0 and errorFlags 0: whether there is one is told by
+// GotGPSTime and GotGPSNoFix alone.
 struct GPSData : MeasurementRecord<10> {};
 
 class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
@@ -85,13 +91,15 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
   void _SetBps(int bps);
   void _SearchStep();
   void _BPSDetected();
+  void _RestartAt38400();
+  template <class Step>
+  void _UnlessGone(Step step);
 
   void _EndSentence();
   void _HandleMessage(const char* text, int length);
   void _HandleRMC(FieldStream& fields);
   void _HandleGGA(FieldStream& fields);
   void _HandleGSV(FieldStream& fields);
-  void _TellSatellites();
   void _GPSTimeToTv(int hours, int minutes, int seconds, int milliseconds);
   void _KeepTime(double packed);
 
@@ -113,6 +121,5 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
   const bool _verbose;
   const bool _wantSatellites;
   std::vector<SatStatus> _satellites;  // of the group that is coming in, or of the last one
-  std::vector<SatStatus> _told;        // the storage of the list that a listener is given
   std::string _spare;                  // the storage that the next sentence is gathered in
 };

@@ -86,15 +86,36 @@ int LinuxTTYBase::_checked_fd() const {
   return _ttyfd;
 }
 
-LinuxTTYReader::LinuxTTYReader(const std::string& path)
-    : PollItem(POLLIN, true), LinuxTTYBase(path, OpenRead), _buffer(kBufferSize) {}
+LinuxTTYItem::LinuxTTYItem(const std::string& path, OpenMode mode, short events)
+    : PollItem(events, true), LinuxTTYBase(path, mode), _path(path) {}
+
+bool LinuxTTYItem::IsHungUp() const {
+  pollfd asked = {_ttyfd, 0, 0};
+  return _hung_up || poll(&asked, 1, 0) > 0;
+}
+
+int LinuxTTYItem::Fileno() const {
+  return _checked_fd();
+}
+
+// One event can bring several of these.
+void LinuxTTYItem::HandleHangUp() {
+  SetRequestedEvents(0);
+  if (!std::exchange(_hung_up, true)) std::cout << Description() << ": Lost tty device: " << _path << std::endl;
+}
+
+void LinuxTTYItem::HandleError() {
+  HandleHangUp();
+}
+
+void LinuxTTYItem::HandleInvalid() {
+  HandleHangUp();
+}
+
+LinuxTTYReader::LinuxTTYReader(const std::string& path) : LinuxTTYItem(path, OpenRead, POLLIN), _buffer(kBufferSize) {}
 
 LinuxTTYReader::Listener* LinuxTTYReader::RegisterListener(Listener* listener) {
   return std::exchange(_listener, listener);
-}
-
-int LinuxTTYReader::Fileno() const {
-  return _checked_fd();
 }
 
 void LinuxTTYReader::HandleRead() {
@@ -106,12 +127,12 @@ const char* LinuxTTYReader::Description() const {
   return "LinuxTTYReader";
 }
 
-LinuxTTYWriter::LinuxTTYWriter(const std::string& path) : PollItem(0, true), LinuxTTYBase(path, OpenWrite) {
+LinuxTTYWriter::LinuxTTYWriter(const std::string& path) : LinuxTTYItem(path, OpenWrite, 0) {
   _queue.reserve(kBufferSize);
 }
 
 int LinuxTTYWriter::Write(const char* data, int length) {
-  length = std::min(length, kBufferSize - static_cast<int>(_queue.size()));
+  length = std::min(length, _hung_up ? 0 : kBufferSize - static_cast<int>(_queue.size()));
   if (length > 0) {
     _queue.insert(_queue.end(), data, data + length);
     SetRequestedEvents(POLLOUT);
@@ -121,10 +142,6 @@ int LinuxTTYWriter::Write(const char* data, int length) {
 
 int LinuxTTYWriter::Write(const std::string& text) {
   return Write(text.data(), static_cast<int>(std::min<size_t>(text.size(), kBufferSize)));
-}
-
-int LinuxTTYWriter::Fileno() const {
-  return _checked_fd();
 }
 
 // Interest is taken away by the event that finds nothing to send, one later than could be.

@@ -6,11 +6,13 @@
 //
 // Thread: the poll loop's. No operation blocks.
 //
-// An adapter that is pulled out (hang-up, EIO) is not noticed here: the loop spins on it until the owner closes.
-//
 // Errors: what can't be reached at all is thrown, as DeviceError. What a caller asks for by value and can't be had is a
-// result, with a line on the error stream. Reading and writing report nothing: a line that is cut is noticed by the
+// result, with a line on the error stream. Reading and writing report nothing: a cable that is cut is noticed by the
 // driver's own timeouts.
+//
+// A port that goes (an adapter that is pulled out, a carrier that drops, a pseudo-terminal whose other end closes)
+// never comes back to an open descriptor. Reader and writer then rest, and IsHungUp() tells the owner, who destroys all
+// that is open on the port and makes it anew.
 
 #pragma once
 
@@ -34,7 +36,8 @@ class LinuxTTYBase {
   };
 
   // A mode that is none of the three opens for reading and writing. The port may become the controlling terminal of a
-  // session leader that has none: O_NOCTTY is left out on purpose.
+  // session leader that has none, as a service of the system is one: O_NOCTTY is left out on purpose. When that port
+  // goes, SIGHUP ends the process, unless it is ignored (PollProcessor::IgnoreSignal).
   LinuxTTYBase(const std::string& path, OpenMode mode);
   LinuxTTYBase(const LinuxTTYBase&) = delete;
   LinuxTTYBase& operator=(const LinuxTTYBase&) = delete;
@@ -46,8 +49,29 @@ class LinuxTTYBase {
   int _ttyfd = -1;
 };
 
+// A port on the poll loop. At a hang-up, an error or an invalid descriptor it says so in one line on standard output,
+// and asks for no event ever after.
+class LinuxTTYItem : public PollItem, public LinuxTTYBase {
+ public:
+  // Asks the system as well, and so may be ahead of the loop.
+  bool IsHungUp() const;
+
+  int Fileno() const override;
+  void HandleError() override;
+  void HandleHangUp() override;
+  void HandleInvalid() override;
+
+ protected:
+  LinuxTTYItem(const std::string& path, OpenMode mode, short events);
+
+  bool _hung_up = false;  // as the loop has told
+
+ private:
+  const std::string _path;
+};
+
 // Hands what arrives to its listener, and drops it while there is none.
-class LinuxTTYReader : public PollItem, public LinuxTTYBase {
+class LinuxTTYReader : public LinuxTTYItem {
  public:
   class Listener {
    public:
@@ -63,7 +87,6 @@ class LinuxTTYReader : public PollItem, public LinuxTTYBase {
   // Not owned, may be null; returns the one it replaces.
   Listener* RegisterListener(Listener* listener);
 
-  int Fileno() const override;
   void HandleRead() override;
   const char* Description() const override;
 
@@ -74,15 +97,15 @@ class LinuxTTYReader : public PollItem, public LinuxTTYBase {
 
 // Sends what it is given as fast as the line takes it. At most 4,096 bytes wait, which bounds what a stalled instrument
 // can hold up; what waits at destruction is dropped.
-class LinuxTTYWriter : public PollItem, public LinuxTTYBase {
+class LinuxTTYWriter : public LinuxTTYItem {
  public:
   explicit LinuxTTYWriter(const std::string& path);
 
-  // Queues what there is room for and returns its size in bytes; the rest is the caller's business.
+  // Queues what there is room for and returns its size in bytes; the rest is the caller's business. A port that has
+  // gone takes nothing.
   int Write(const char* data, int length);
   int Write(const std::string& text);
 
-  int Fileno() const override;
   void HandleWrite() override;
   const char* Description() const override;
 

@@ -5,12 +5,14 @@
 
 #include <cstdlib>
 #include <functional>
+#include <tuple>
 
 #include "runtime/filesystem.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
 #include "tests/support/temp_directory.h"
+#include "tests/support/virtual_time.h"
 
 static timeval set_time;  // what the machine was set to; seconds below 0 fail
 static uid_t set_by;
@@ -37,9 +39,11 @@ struct Clock : testing::Test {
 };
 
 TEST_F(Clock, FindsTheZonesAndTheOneInForce) {
+  dir.Write("file", "b.tab");
   LinuxClock clock = Make();
+  EXPECT_EQ("b.tab", clock.CurrentZone());
   EXPECT_EQ((std::vector<std::string>{"a", "b/A/Y", "b/X", "b.tab", "broken"}), clock.Zones());
-  for (const auto& [text, zone] : {std::pair("Mars", "UTC"), {"b/X\nrest", "b/X"}, {"b", "b/X"}, {"a", "a"}}) {
+  for (const auto& [text, zone] : {std::pair("b/X\nrest", "b/X"), {"Mars", "b/X"}, {"b", "b/X"}, {"a", "a"}}) {
     dir.Write("file", text);
     clock.RefreshZone();
     EXPECT_EQ(zone, clock.CurrentZone());
@@ -57,6 +61,8 @@ TEST_F(Clock, TakesRootRightsForTheirScopeOnly) {
     clock.SetTime(77);
     EXPECT_EQ(0u, set_by);
     EXPECT_NE("nothing thrown", ErrorText([&] { clock.SetTime(-1); }));
+    EXPECT_EQ("Unable to read hardware clock: " + (dir / "rtc: Inappropriate ioctl for device"),
+              ErrorText([&] { clock._read_hw_time(); }));
     EXPECT_EQ(65534u, geteuid());
     ASSERT_EQ(0, setresuid(65534, 65534, 65534));
     EXPECT_EQ("Unable to gain super user priviledges: Operation not permitted", ErrorText([&] { clock.SetTime(78); }));
@@ -71,10 +77,19 @@ TEST_F(Clock, SetsBothClocksAndReadsThem) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   FakeDevice device;
   LinuxClock clock = Make(), none = Make("none");
+  EXPECT_EQ("UTC", clock.CurrentZone());
   clock.SetTime(Timestamp(2024, 7, 1, 12, 0, 7.25));
   EXPECT_EQ(std::pair(1'719'828'007L, 250'000L), std::pair(long{set_time.tv_sec}, long{set_time.tv_usec}));
   EXPECT_EQ(10, device.clock.tm_hour);  // UTC
   EXPECT_EQ(1'719'828'007, clock._read_hw_time());
+  VirtualTime time;
+  long seconds, nanoseconds;
+  time.AdvanceNanoseconds(7'999);
+  clock.Time(seconds, nanoseconds);
+  EXPECT_EQ(std::tuple(VirtualTime::kDefaultWall, 7'000, VirtualTime::kDefaultWall),
+            std::tuple(seconds, nanoseconds, clock.TimeT()));
+  EXPECT_EQ(Timestamp(2024, 3, 1, 1, 0, 0.000007), clock.Time());  // an hour ahead
+  time.SetFailing(true);
   device.clock = {59, 59, 23, 31, 11, 69, 0, 0, 0};  // a second before 1970
   DeleteFile(dir / "file");
   MkDirectory(dir / "file");
@@ -86,6 +101,7 @@ TEST_F(Clock, SetsBothClocksAndReadsThem) {
       {"Unable to set timezone: File exists", [&] { clock.SetZone("b/X"); }},  // the link leads nowhere by now
       {"Unable to set system time" + invalid, [&] { clock.SetTime(Timestamp(1e300)); }},
       {"Unable to open clock device: " + not_found, [&] { none.SetTime(5, 999'999'999); }},
+      {"Unable to get current time" + invalid, [&] { clock.TimeT(); }},
       {"Invalid time returned from hardware clock: " + (dir / "rtc: Success"), [&] { clock._read_hw_time(); }},
       {"Unable to read hardware clock: " + (dir / "rtc: Input/output error"),
        [&] { device.failing = "RTC_RD_TIME", clock._read_hw_time(); }},

@@ -3,6 +3,7 @@
 #include <linux/serial.h>
 #include <sys/ioctl.h>
 
+#include <algorithm>
 #include <cerrno>
 
 namespace {
@@ -37,6 +38,7 @@ int __real_ioctl(int fd, unsigned long request, void* argument);
 int __real_tcgetattr(int fd, termios* settings);
 int __real_tcsetattr(int fd, int when, const termios* settings);
 int __real_cfsetospeed(termios* settings, speed_t speed);
+ssize_t __real_write(int fd, const void* data, size_t size);
 
 int __wrap_ioctl(int fd, unsigned long request, void* argument) {
   const auto line = [&] { return *static_cast<const int*>(argument); };
@@ -68,6 +70,12 @@ int __wrap_tcsetattr(int fd, int when, const termios* settings) {
 
 int __wrap_cfsetospeed(termios* settings, speed_t speed) {
   return Answer("cfsetospeed") == 0 ? __real_cfsetospeed(settings, speed) : -1;
+}
+
+ssize_t __wrap_write(int fd, const void* data, size_t size) {
+  const size_t most = current == nullptr ? size : current->most;
+  if (most == 0) return errno = EAGAIN, -1;
+  return __real_write(fd, data, std::min(size, most));
 }
 
 int __wrap_tcsendbreak(int, int) {
