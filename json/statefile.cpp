@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <fstream>
+#include <memory>
 #include <ostream>
 
 #include "runtime/errnoexcept.h"
@@ -46,7 +47,11 @@ void WriteStateFile(const std::string& path, const Json::Value& state) {
 
   const std::string beside = path + ".new";
   StreamFileBase file = Open(beside, O_WRONLY | O_CREAT | O_TRUNC);
-  file.OStream() << state << '\n' << std::flush;
+  Json::StreamWriterBuilder format;
+  format["emitUTF8"] = true;  // bytes as they came: names in another encoding are found again
+  const std::unique_ptr<Json::StreamWriter> writer(format.newStreamWriter());
+  writer->write(state, &file.OStream());
+  file.OStream() << '\n' << std::flush;
   if (!file.OStream().good()) throw std::runtime_error("Unable to write: " + beside);
   Sync(file.Fileno(), beside);
   file._close();

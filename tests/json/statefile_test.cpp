@@ -64,7 +64,7 @@ TEST(StateFile, WhatIsNoObjectReadsAsAnEmptyOne) {
 TEST(StateFile, MakesItsDirectoryAndReplacesTheWholeFile) {
   const TempDirectory dir;
   Json::Value state;
-  state["file\n\"1\""]["obs"] = 12;
+  state["file\n\"1\"\xE9"]["obs"] = 12;
   state["long"] = std::string(50'000, 'x');
   WriteStateFile(dir / "config/state", state);
   EXPECT_EQ(ReadStateFile(dir / "config/state"), state);

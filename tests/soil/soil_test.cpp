@@ -1,0 +1,327 @@
+#include "soil/soil.h"
+
+#include <gtest/gtest.h>
+
+#include <csignal>
+#include <optional>
+#include <random>
+#include <sstream>
+
+#include "emulators/soilinstrument.h"
+#include "json/statefile.h"
+#include "net/net_util.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/child_process.h"
+#include "tests/support/mount_namespace.h"
+#include "tests/support/poll_runner.h"
+#include "tests/support/temp_directory.h"
+#include "tests/support/virtual_time.h"
+
+namespace {
+
+using Lines = std::vector<std::string>;
+
+constexpr int kMinute = 60'000;  // milliseconds, as all of these
+constexpr int kHour = 60 * kMinute;
+
+struct Manager : Soil {
+  explicit Manager(const std::string& directory, bool trace = false) : Soil(trace, false) {
+    _confDirectory = directory;
+  }
+};
+
+SoilData Measurement(int current, int complete = 100) {
+  SoilData data;
+  data.longs = {{"/SR/STATE/CUROB", current}, {"/SR/STATE/OBCOMPLETE", complete}};
+  data.strings = {{"/SR/MEASUREMENT/NAME", Hostname()}, {"/SR/MEASUREMENT/LOCATION", "INT"}};
+  return data;
+}
+
+class SoilTest : public testing::Test, public Soil::Listener {
+ protected:
+  explicit SoilTest(const std::string& host = "127.0.15.1") : _instrument(host, {120, 1'800, 120}) {
+    _soil.RegisterListener(this);
+  }
+  ~SoilTest() noexcept override {}
+  void Connect() {
+    _soil.Connect(_instrument.Host());
+    Settle([this] { return _instrument.Commands().size() >= 3; });
+  }
+  // Until `done`; what is under way gets the real time that it needs.
+  template <typename Done>
+  void Settle(Done done, int grace = 2'000) {
+    _time.SetGrace(grace);
+    PollUntil(done, 1);
+    _time.SetGrace(0);
+  }
+  // What the instrument got since the last call, short: so many lines, if there are as many.
+  Lines Heard(size_t count) {
+    Settle([&] { return _instrument.Commands().size() >= count; });
+    Settle([] { return false; }, 5);
+    Lines heard = _instrument.Commands();
+    for (std::string& line : heard) line = line.substr(4, line.size() - 9);
+    _instrument.ForgetCommands();
+    return heard;
+  }
+  Lines AfterLine(const std::string& line, size_t count = 0) {
+    _instrument.Send("<SR>" + line + "</SR>\n");
+    return Heard(count);
+  }
+  int Stored(const std::string& file) { return ReadStateFile(_dir / "Soil.conf")[file]["obs"].asInt(); }
+
+  void GotSoilConnected(std::string target) override { _events += "connected " + target + '\n'; }
+  void GotSoilData(SoilData& data) override { _events += "data " + std::to_string(data.floats.size()) + '\n'; }
+  void GotSoilReport(long timestamp, std::string report) override {
+    _events += "report " + std::to_string(timestamp) + ' ' + report + '\n';
+  }
+  void GotSoilError(std::string error) override { _events += "error " + error + '\n'; }
+
+  const std::string _host = Hostname();
+  VirtualTime _time;
+  const TempDirectory _dir;
+  SoilInstrument _instrument;
+  Manager _soil{_dir.Path()};
+  std::string _events;
+};
+
+const char* const kState = "<CMD><QUERY>STATE</QUERY></CMD>";
+const char* const kList = "<CMD><MEAS><LIST>1:*</LIST></MEAS></CMD>";
+const char* const kMeasurement = "<CMD><QUERY>MEAS</QUERY></CMD>";
+const char* const kStop = "<CMD><MEAS>STOP</MEAS></CMD>";
+const char* const kStart = "<CMD><MEAS>START</MEAS></CMD>";
+
+TEST_F(SoilTest, AsksForTheStateAndSetsTheInstrumentOnceADay) {
+  _instrument.SetName(_host);
+  Connect();
+  EXPECT_EQ(Heard(4), (Lines{kState, kList, kMeasurement, kStart})) << "an idle instrument is started";
+  PollFor(30'000 - 2);
+  EXPECT_EQ(Heard(0), Lines()) << "30 s less a few milliseconds";
+  PollFor(10);
+  EXPECT_EQ(Heard(1), (Lines{kState}));
+  PollFor(10 * kMinute - 20);
+  EXPECT_EQ(Heard(0), Lines());
+  PollFor(30);
+  EXPECT_EQ(Heard(1), (Lines{kState}));
+
+  const std::set<std::string> ours = {_host + "-1.47q", _host + "-3.47q", "a" + _host};
+  AfterLine("<LIST>" + _host + "-1.47q=1," + _host + "-3.47q=1,a" + _host + "=2,other=3</LIST>");
+  _dir.Write("Soil.conf", "{\"" + _host + "-1.47q\":{\"obs\":3},\"other\":{\"obs\":4}}");
+  _instrument.Stop();
+  _time.Advance(24 * kHour);
+  EXPECT_EQ(Heard(1), (Lines{kStop}));
+  AfterLine("<STATE><INSTRUMENT>IDLE</INSTRUMENT></STATE>");  // nothing follows: it has just been stopped
+  const time_t stopped = 1'709'251'200 + 86'400 + 630 + 15;
+  char date[16], clock[16];
+  strftime(date, sizeof date, "%Y%m%d", localtime(&stopped));
+  strftime(clock, sizeof clock, "%H%M", localtime(&stopped));
+  PollFor(kMinute);
+  Lines heard = Heard(15);
+  ASSERT_EQ(heard.size(), 15U);
+  heard[2].replace(22, 2, "ss");
+  EXPECT_EQ(
+      heard,
+      (Lines{"<CFG><IPOUTRATE>1</IPOUTRATE></CFG>", "<CFG><CLOCK><DATE>" + std::string(date) + "</DATE></CLOCK></CFG>",
+             "<CFG><CLOCK><TIME>" + std::string(clock) + "ss</TIME></CLOCK></CFG>",
+             "<MEASUREMENT><TYPE>CHAMBER</TYPE></MEASUREMENT>", "<MEASUREMENT><SPLIT>WEEK</SPLIT></MEASUREMENT>",
+             "<MEASUREMENT><LOCATION>INT</LOCATION></MEASUREMENT>", "<MEASUREMENT><FILE>APPEND</FILE></MEASUREMENT>",
+             "<MEASUREMENT><NAME>" + _host + "</NAME></MEASUREMENT>", "<CFG><MEASRESTART>TRUE</MEASRESTART></CFG>",
+             "<CFG><CONTINUE>TRUE</CONTINUE></CFG>", "<CMD><COPY>" + *ours.rbegin() + "</COPY></CMD>",
+             "<CMD><MEAS><DELETE>" + *ours.begin() + "</DELETE></MEAS></CMD>",
+             "<CMD><MEAS><DELETE>" + *std::next(ours.begin()) + "</DELETE></MEAS></CMD>", kStart, kState}));
+  EXPECT_EQ(ReadStateFile(_dir / "Soil.conf").getMemberNames(), (Lines{"other"}));
+  PollFor(10 * kMinute);
+  EXPECT_EQ(Heard(1).back(), kState) << "no second sequence on that day";
+}
+
+TEST_F(SoilTest, AsksForWhatHasBeenFinishedSince) {
+  _instrument.SetName(_host);
+  Connect();
+  Heard(4);
+  AfterLine("<LIST>" + _host + "-1.47q=1," + _host + "-2.47q=1," + _host + "-9=1,z.47q=1</LIST>");
+  AfterLine("<CFLIST>" + _host + "-5.47q=1</CFLIST>");
+  struct Row {
+    const char *location, *state;
+    int stored;
+    int64_t first, last;  // of the requests
+  };
+  const Row rows[] = {
+      {"INT", "<CUROB>5</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 4, 5, 5},
+      {"INT", "<CUROB>5</CUROB><OBCOMPLETE>99</OBCOMPLETE>", 4, 5, 4},
+      {"INT", "<CUROB>8</CUROB>", 4, 5, 7},
+      {"EXT", "<CUROB>2</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 0, 1, 2},
+      {"INT", "<CUROB>5</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 2'147'483'647, 1, 0},
+      {"INT", "<CUROB>2000000000</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 5, 1'999'990'001, 2'000'000'000},
+      {"INT", "<CUROB>-2147483648</CUROB>", 0, 1, 0},
+  };
+  for (const Row& row : rows) {
+    const std::string file = _host + (row.location[0] == 'E' ? "-5.47q" : "-2.47q");
+    _dir.Write("Soil.conf", "{\"" + file + "\":{\"obs\":" + std::to_string(row.stored) + "}}");
+    EXPECT_EQ(AfterLine(std::string("<STATE>") + row.state + "</STATE>"), Lines());
+    Lines expected;
+    for (int64_t number = row.first; number <= row.last; ++number)
+      expected.push_back(std::string("<REPORT><LOC>") + row.location + "</LOC><INFILE>" + file + "</INFILE><OB>" +
+                         std::to_string(number) +
+                         "</OB><INCHEADER>TRUE</INCHEADER><INC234>TRUE</INC234><ACTION>GETOB</ACTION></REPORT>");
+    _instrument.Send("<SR><MEASUREMENT><NAME>" + _host + "</NAME><LOCATION>" + row.location +
+                     "</LOCATION></MEASUREMENT></SR>\n");
+    EXPECT_EQ(Heard(expected.size()), expected) << row.state;
+    EXPECT_EQ(Stored(file), row.first > row.last ? row.stored : row.last) << row.state;
+  }
+  EXPECT_EQ(AfterLine("<INFO>SUMMARY_READ</INFO>"), Lines());
+  EXPECT_EQ(AfterLine("<INFO>SUMMARY_READY</INFO>", 2), (Lines{kList, kMeasurement}));
+  EXPECT_EQ(AfterLine("<STATE><INSTRUMENT>IDLE</INSTRUMENT></STATE>", 1), (Lines{kStart}));
+  EXPECT_EQ(AfterLine("<MEASUREMENT><NAME>x</NAME></MEASUREMENT>", 1), (Lines{kStop}));
+}
+
+TEST_F(SoilTest, TellsItsOwnerAndStaysAwayAfterAnInterruption) {
+  Connect();
+  _events.clear();
+  AfterLine("<DATA><CO2>1</CO2><T1>2</T1></DATA>");
+  AfterLine("<ERROR>some</ERROR>");
+  AfterLine("<REPORT><OB>no heading</OB></REPORT>");
+  Settle([this] { return _events.ends_with("ing\n"); });
+  EXPECT_EQ(_events, "data 2\nerror some\nreport 0 no heading\n");
+  _events.clear();
+  _instrument.Interrupt();
+  Settle([this] { return !_events.empty(); });
+  EXPECT_EQ(_events, "error Measurement Interruption: chamber\n");
+  EXPECT_FALSE(_soil.IsActive());
+  PollFor(10 * kMinute - 3'000);
+  EXPECT_FALSE(_instrument.IsConnected());
+  PollFor(5'000);
+  Settle([this] { return _instrument.IsConnected() && _events.ends_with(".1\n"); });
+  EXPECT_EQ(_events.substr(40), "connected 127.0.15.1\n");
+}
+
+TEST(SoilFile, IsWhereItBelongsAndItsFailureIsTold) {
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  const auto result = RunInMountNamespace([] {
+    MountEmpty("/home");
+    Soil soil(false, false);
+    SoilData data = Measurement(12);
+    soil.GotSoilStatus(data);
+    {
+      const CapturedOutput output;
+      soil.GotSoilMeasurement(data);
+      EXPECT_EQ(output.Text(), "Soil: Unable to write conf file\n");
+    }
+    std::filesystem::create_directory("/home/tarno");
+    soil.GotSoilMeasurement(data);
+    EXPECT_EQ(ReadStateFile("/home/tarno/.config/Soil.conf")[Hostname()]["obs"], 12);
+  });
+  EXPECT_EQ(result.exit_status, 0) << result.output;
+}
+
+TEST(SoilFile, IsOldOrNewWhenTheProcessIsKilled) {
+  const TempDirectory dir;
+  int last = 0, moved = 0;
+  for (int kill = 0; kill < 200; ++kill) {
+    const auto result = RunInChild([&] {
+      Manager soil(dir.Path());
+      timer_t timer;
+      sigevent end{};
+      end.sigev_notify = SIGEV_SIGNAL;
+      end.sigev_signo = SIGKILL;
+      timer_create(CLOCK_MONOTONIC, &end, &timer);
+      const itimerspec when = {{}, {0, 1 + kill * 29'973}};
+      timer_settime(timer, 0, &when, nullptr);
+      for (int observation = last + 1;; ++observation) {
+        SoilData data = Measurement(observation);
+        soil.GotSoilStatus(data);
+        soil.GotSoilMeasurement(data);
+      }
+    });
+    ASSERT_EQ(result.signal, SIGKILL);
+    const int now = ReadStateFile(dir / "Soil.conf")[Hostname()]["obs"].asInt();
+    ASSERT_GE(now, last);
+    moved += now > last ? 1 : 0;
+    last = now;
+  }
+  EXPECT_GT(moved, 5);
+}
+
+// A week with a trouble every few hours; MOORLOG_SOIL_DAYS asks for another length. What may go is counted: reports
+// lost with a connection, observations that a new file has overtaken, and repeats after the file was damaged.
+class SoilWeek : public SoilTest {
+ protected:
+  SoilWeek() : SoilTest("127.0.15.2") {}
+  void GotSoilReport(long timestamp, std::string report) override {
+    std::istringstream in(report);
+    std::string word;
+    std::string file;
+    int number = 0;
+    in >> word >> file >> word >> number;
+    for (const auto& finished : _instrument.Finished())
+      if (finished.file == file && finished.number == number) {
+        EXPECT_EQ(report, SoilInstrument::Report(finished));
+        EXPECT_EQ(timestamp, finished.ended);
+      }
+    ++_received[{file, number}];
+  }
+  void MakeTrouble() {
+    const int kind = static_cast<int>(_random() % 11);
+    if (kind == 0) _instrument.SetName("somebody");
+    if (kind == 1) _instrument.HangUp();
+    if (kind == 2) _instrument.HangUpAfter(static_cast<int>(_random() % 24));
+    if (kind == 3) _instrument.CutLine();
+    if (kind == 4) _instrument.Interrupt();
+    if (kind == 5) _instrument.SetClockError(static_cast<int>(_random() % 7'200) - 3'600);
+    if (kind == 6) _instrument.Reset();
+    if (kind == 7 && _random() % 4 == 0) {
+      ++_damages;
+      _dir.Write("Soil.conf", "{\"damaged");
+    }
+    if (kind == 8) {
+      _instrument.Refuse();
+      _instrument.HangUp();
+      _time.Schedule(20 * kMinute, [this] { _instrument.Listen(); });
+    }
+    if (kind == 9) _instrument.Stop();
+    if (kind == 10) {
+      _instrument.Stall(true);
+      _time.Schedule(5 * kMinute, [this] { _instrument.Stall(false); });
+    }
+    _time.Schedule(2 * kHour + static_cast<int>(_random() % (3 * kHour)), [this] { MakeTrouble(); });
+  }
+  std::mt19937 _random{7};
+  int _damages = 0;
+  std::map<std::pair<std::string, int>, int> _received;
+};
+
+TEST_F(SoilWeek, EachObservationIsReportedOnceButForThoseThatMayGo) {
+  const char* const days = getenv("MOORLOG_SOIL_DAYS");
+  std::optional<CapturedOutput> output(std::in_place);
+  Manager soil(_dir.Path(), true);
+  soil.RegisterListener(this);
+  soil.Connect(_instrument.Host());
+  _time.Schedule(3 * kHour, [this] { MakeTrouble(); });
+  for (int step = 0; step < 720 * (days != nullptr ? atoi(days) : 7); ++step) {
+    PollFor(2 * kMinute - 1);
+    Settle([] { return false; }, 1);
+  }
+  const std::string log = output->Text();
+  output.reset();
+  if (HasFailure()) std::cerr << log.substr(log.find("Failure") - 60, 1500);
+  const auto asked = [&log](const SoilInstrument::Observation& of) {
+    return log.find("<INFILE>" + of.file + "</INFILE><OB>" + std::to_string(of.number) + "</OB>") != log.npos;
+  };
+  int lost = 0, overtaken = 0, repeated = 0, once = 0;
+  for (const auto& finished : _instrument.Finished()) {
+    const int received = _received[{finished.file, finished.number}];
+    once += received == 1 ? 1 : 0;
+    repeated += received > 1 ? received - 1 : 0;
+    EXPECT_LE(received, 1 + _damages) << finished.file << ' ' << finished.number;
+    if (received > 0) continue;
+    asked(finished) ? ++lost : ++overtaken;
+    if (!asked(finished)) {
+      SoilInstrument::Observation next = finished;
+      ++next.number;
+      EXPECT_FALSE(asked(next)) << finished.file << ' ' << finished.number << " was passed over";
+    }
+  }
+  std::cerr << "once " << once << ", lost with a connection " << lost << ", overtaken " << overtaken << ", repeated "
+            << repeated << ", of " << _instrument.Finished().size() << '\n';
+  EXPECT_GT(once, 20);
+}
+
+}  // namespace
