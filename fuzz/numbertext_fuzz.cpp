@@ -59,6 +59,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   Take<double>(text, TakeDouble);
   Take<double>(text, TakeFromBuffer);
+  Take<float>(text, TakeFloat);
   Take<int32_t>(text, TakeInteger);
   Take<uint32_t>(text, TakeUnsigned);
 

@@ -39,11 +39,12 @@ class NumberScanner {
   bool _exponent = false;
 };
 
-double ToDouble(std::string_view number, bool& failed) {
+template <class Real>
+Real ToReal(std::string_view number, bool& failed) {
   const char* first = number.data();
   const char* const end = first + number.size();
   if (first != end && *first == '+') ++first;
-  double value = 0;
+  Real value = 0;
   const auto [stop, error] = std::from_chars(first, end, value);
   if (error == std::errc::result_out_of_range) {
     // Too small is a number, too large is none: the library's own stream knows.
@@ -56,6 +57,16 @@ double ToDouble(std::string_view number, bool& failed) {
     value = 0;
   }
   return value;
+}
+
+template <class Real>
+Real TakeReal(std::string_view& text, bool& failed) {
+  NumberScanner scanner;
+  size_t size = 0;
+  while (size < text.size() && scanner.Takes(text[size])) ++size;
+  const std::string_view number = text.substr(0, size);
+  text.remove_prefix(size);
+  return ToReal<Real>(number, failed);
 }
 
 // A number outside the limits fails and gives the one that it is beyond.
@@ -81,12 +92,11 @@ int64_t TakeWhole(std::string_view& text, int64_t least, int64_t most, bool& fai
 }  // namespace
 
 double TakeDouble(std::string_view& text, bool& failed) {
-  NumberScanner scanner;
-  size_t size = 0;
-  while (size < text.size() && scanner.Takes(text[size])) ++size;
-  const std::string_view number = text.substr(0, size);
-  text.remove_prefix(size);
-  return ToDouble(number, failed);
+  return TakeReal<double>(text, failed);
+}
+
+float TakeFloat(std::string_view& text, bool& failed) {
+  return TakeReal<float>(text, failed);
 }
 
 double TakeDouble(std::streambuf& text, bool& failed) {
@@ -95,7 +105,7 @@ double TakeDouble(std::streambuf& text, bool& failed) {
   std::string number;
   for (auto c = text.sgetc(); c != Traits::eof() && scanner.Takes(Traits::to_char_type(c)); c = text.snextc())
     number.push_back(Traits::to_char_type(c));
-  return ToDouble(number, failed);
+  return ToReal<double>(number, failed);
 }
 
 int32_t TakeInteger(std::string_view& text, bool& failed) {

@@ -14,9 +14,10 @@
 #include <string>
 #include <string_view>
 
-// Neither "inf" nor "nan" is a number. One too small for a double is 0 or nearly so, and no failure.
+// Neither "inf" nor "nan" is a number. One too small for the type is 0 or nearly so, and no failure.
 double TakeDouble(std::string_view& text, bool& failed);
-// The same for text that comes bit by bit: one character is looked at behind the last one taken.
+float TakeFloat(std::string_view& text, bool& failed);  // rounded once, from the text
+// A double from text that comes bit by bit: one character is looked at behind the last one taken.
 double TakeDouble(std::streambuf& text, bool& failed);
 int32_t TakeInteger(std::string_view& text, bool& failed);
 // A negative number wraps, as far as its amount fits.

@@ -1,7 +1,5 @@
 #include "soil/soildevice.h"
 
-#include <charconv>
-#include <cmath>
 #include <iostream>
 #include <locale>
 #include <sstream>
@@ -124,17 +122,11 @@ bool ReadInteger(std::string_view text, int32_t& value) {
   return !failed;
 }
 
-// Rounded once, from the text: a double in between could end one step beside it.
 bool ReadFloat(std::string_view text, float& value) {
-  std::string_view number = text = WithoutBlanks(text);
+  text = WithoutBlanks(text);
   bool failed = false;
-  const double exact = TakeDouble(text, failed);
-  if (failed) return false;
-  number.remove_suffix(text.size());
-  if (number.front() == '+') number.remove_prefix(1);
-  const bool in_range = std::from_chars(number.data(), number.data() + number.size(), value).ec == std::errc();
-  if (!in_range) value = static_cast<float>(exact);  // too small, or too large
-  return std::isfinite(value);
+  value = TakeFloat(text, failed);
+  return !failed;
 }
 
 // A date and a time by position, without separators: YYYYMMDDHHMMSS.
