@@ -39,6 +39,7 @@ TEST(HTTPParser, TellsEachMessageAndWhatIsNone) {
        "HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n1\r\nx\r\n2\r\nyz\r\n0\r\nA: 1\r\nB: 2\r\n\r\n",
        "response A=1 Transfer-Encoding=chunked \"xyz\"\n", ""},
       {"the wrong kind", 0, "HTTP/1.1 200 OK\r\n\r\n", "", "HPE_INVALID_METHOD: invalid HTTP method"},
+      {"the other wrong kind", 1, "GET / HTTP/1.1\r\n\r\n", "", "HPE_INVALID_CONSTANT: invalid constant string"},
       {"garbage behind a message", 0, "GET / HTTP/1.1\r\n\r\n\x1F", "request / \"\"\n",
        "HPE_INVALID_METHOD: invalid HTTP method"},
       {"cut short", 1, "HTTP/1.1 200 OK\r\nContent-Length: 5\r\n\r\nbody", "",
