@@ -100,7 +100,6 @@ void SocketClient::_Release() {
   UnRegister();
   std::string().swap(_pending);
   std::string().swap(_sending);
-  _sent = 0;
   try {
     _file.Close();
   } catch (const ErrnoError&) {  // it was only read
