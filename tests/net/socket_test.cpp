@@ -14,9 +14,7 @@
 #include "tests/support/error_text.h"
 #include "tests/support/temp_directory.h"
 
-namespace {
 int accept_error = 0;  // what the next accept fails with
-}
 
 extern "C" int __real_accept(int fileno, sockaddr* address, socklen_t* length);
 extern "C" int __wrap_accept(int fileno, sockaddr* address, socklen_t* length) {
