@@ -9,8 +9,8 @@
 #include <sstream>
 #include <string>
 
+#include "bench/setter.h"
 #include "bench/turns.h"
-#include "config/configvisitor.h"
 #include "config/docmoorlog.h"
 #include "config/xml_parser.h"
 
@@ -79,24 +79,6 @@ void Tokenise(benchmark::State& state, const std::string& document) {
   turns.Measure(state);
   state.counters["MB/s"] = static_cast<double>(document.size()) / turns.Median(0) / 1e6;
 }
-
-// Gives every item one of two values, and counts the items.
-struct Setter : ConfigurableVisitor {
-  explicit Setter(int which) : turn(which) {}
-  void VisitConfigurable(Configurable& item) override {  // addresses, and what can't be set
-    std::istringstream in(turn == 0 ? "10.1.2.3" : "10.3.2.1");
-    item.read(in, in_vain);
-    ++count;
-  }
-  void VisitConfigurableBool(ConfigurableBool& item) override { item.set(turn == 0), ++count; }
-  void VisitConfigurableInteger(ConfigurableInteger& item) override { item.set(9600 << turn), ++count; }
-  void VisitConfigurableString(ConfigurableString& item) override { item.set(turn == 0 ? "one" : "two"), ++count; }
-  void VisitConfigurableMultipleChoice(ConfigurableMultipleChoice& item) override { item.set(turn), ++count; }
-
-  const int turn;
-  int count = 0;
-  std::ostringstream in_vain;
-};
 
 // Two documents in turn, so that each one changes every value.
 void Configure(benchmark::State& state) {
