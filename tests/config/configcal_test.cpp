@@ -6,48 +6,6 @@
 
 namespace {
 
-TEST(ConfigCal, KeepsTheRecordsOfTheCalibrationsInForce) {
-  // Tags, times and types of records; then what is left with a last zero of 7 s and a last span of 9 s.
-  const struct {
-    const char* name;
-    std::vector<std::tuple<const char*, double, const char*>> records;
-    const char* left;
-  } rows[] = {
-      {"empty", {}, ""},
-      {"both", {{"z", 7, "CH4 Zero"}, {"s", 9, "CH4 Span"}}, "s1 z0 "},
-      {"other times", {{"z", 9, "CH4 Zero"}, {"s", 7, "CH4 Span"}, {"z", 7.0000001, "CH4 Zero"}}, ""},
-      {"the later one", {{"a", 7, "CH4 Zero"}, {"b", 7, "CH4 Zero"}}, "b1 "},
-      {"no type, another type", {{"e", 7, ""}, {"o", 9, "CH4 span"}}, ""},
-      {"more text", {{"m", 7, "by hand: CH4 Zero, twice"}}, "m0 "},
-      {"both types", {{"x", 9, "CH4 Zero, CH4 Span"}, {"y", 7, "CH4 Span, CH4 Zero"}}, "x0 y1 "},
-  };
-  for (const auto& row : rows) {
-    ConfigCal cal;
-    cal.ch4lastzero.set(7);
-    cal.ch4lastspan.set(9);
-    std::string document = "<cal><history>";
-    for (size_t i = 0; i < row.records.size(); ++i) {
-      const auto& [tag, time, type] = row.records[i];
-      document += std::string("<") + tag + "><type>" + type + "</type><ch4zero>" + std::to_string(i) + "</ch4zero></" +
-                  tag + ">";
-    }
-    EXPECT_EQ("", Answer(cal, document + "</history></cal>"));
-    size_t i = 0;
-    for (Configurable* record : cal.history.children())
-      static_cast<ConfigCalRecord*>(record)->time.set(std::get<1>(row.records[i++]));
-    cal._set_changed(false);
-    cal.ClearOldHistoryRecords();
-    std::ostringstream left;
-    for (const Configurable* child : cal.history.children()) {
-      const auto& record = *static_cast<const ConfigCalRecord*>(child);
-      EXPECT_EQ(std::get<2>(row.records[static_cast<size_t>(record.ch4zero.get())]), record.type.get());
-      left << child->get_name() << record.ch4zero.get() << ' ';
-    }
-    EXPECT_EQ(row.left, left.str()) << row.name;
-    EXPECT_EQ(!row.records.empty(), cal.has_changed()) << row.name;
-  }
-}
-
 TEST(ConfigCal, ARecordIsItsFourValues) {
   const ConfigCalRecord record(60, "CH4 Zero", 0.5, 1.25);
   std::ostringstream out;

@@ -78,6 +78,18 @@ TEST_F(Doc5500Events, ListenersMayBeReplacedAndTimesAreAnything) {
   EXPECT_THROW(document.tn5500.cfg.Auxiliary(9), std::runtime_error);
 }
 
+// Marks are what the oracle goes by.
+TEST_F(Doc5500Events, RangesAndCommandsMarkAsTheyAreMeantTo) {
+  const std::string high = "<cfg><temprange>high</temprange></cfg>";
+  for (int i = 0; i < 2; ++i) EXPECT_EQ("GotTempRange 1\nStaticConfigChanged\n", Hear(high)) << i;
+  EXPECT_EQ("GotCalCH4SpanCmd 2\n", Hear("<cmd><ch4span>true</ch4span></cmd>"));
+  EXPECT_EQ("", Hear(""));
+  const std::string commit = "<factory><cmd><commit>true</commit></cmd></factory>";
+  EXPECT_EQ("GotFactoryCommitCmd\nGotFactoryChanged\n", Hear(commit));
+  EXPECT_EQ("GotFactoryChanged\n", Hear(""));
+  EXPECT_EQ("", Hear(""));
+}
+
 TEST_F(Doc5500Events, AnswersAndTellsItsColumnsRatesAndPeriods) {
   Configurable::set_compact(answers, true);
   document.Ack(answers);
@@ -97,6 +109,9 @@ TEST_F(Doc5500Events, AnswersAndTellsItsColumnsRatesAndPeriods) {
   for (std::string word; words >> word;) all.insert(word);
   document.tn5500.box.output.data.GetTrueSet(names);
   EXPECT_EQ(all, names);
+  document.tn5500.box.output.data.date.set(true);
+  document.tn5500.box.output.data.GetTrueSet(names);
+  EXPECT_EQ(1U, names.count("DATE")) << "no part of the document, and still looked at";
   all.insert({"MSEC", "TEMP", "TIME"});
   document.tn5500.box.usb.data.GetTrueSet(names);
   EXPECT_EQ(all, names);
