@@ -5,14 +5,21 @@
 //   gps --hemisphere [/dev/ttyS1]    a Hemisphere unit, emulated or on a port
 //   gps --fixes 10 ...               ends after so many fixes
 //   gps --seconds 60 ...             ends after so many seconds
+//
+// A port that goes, as an adapter does that is pulled out, is opened again each second until it is back.
 
+#include <unistd.h>
+
+#include <csignal>
 #include <iomanip>
 #include <iostream>
 #include <optional>
+#include <stdexcept>
 #include <string>
 
 #include "emulators/gps_receiver.h"
 #include "examples/commandline.h"
+#include "examples/timer.h"
 #include "runtime/pollprocessor.h"
 #include "serial/gpsdevice.h"
 
@@ -22,15 +29,23 @@ class Printer : public GPSDevice::Listener {
  public:
   int Fixes() const { return _fixes; }
   int Times() const { return _times; }
+  void ForgetDate() { _dated = false; }
 
+  // The moment of a fix rests on the date that comes with the first time.
   void GotGPSData(const GPSData& data) override {
     ++_fixes;
-    std::cout << "fix         " << TimeVal(data.seconds, data.nanoseconds) << std::fixed << std::setprecision(5)
-              << " latitude " << data.values[0] << " longitude " << data.values[1] << std::setprecision(1)
-              << " altitude " << data.values[2] << " m, " << data.values[3] << " satellites" << std::endl;
+    std::cout << "fix         ";
+    if (_dated)
+      std::cout << TimeVal(data.seconds, data.nanoseconds);
+    else
+      std::cout << "without a date yet";
+    std::cout << std::fixed << std::setprecision(5) << " latitude " << data.values[0] << " longitude " << data.values[1]
+              << std::setprecision(1) << " altitude " << data.values[2] << " m, " << data.values[3] << " satellites"
+              << std::endl;
   }
   void GotGPSTime(const TimeVal& time) override {
     ++_times;
+    _dated = true;
     std::cout << "time        " << time << std::endl;
   }
   void GotGPSNoFix() override { std::cout << "no fix" << std::endl; }
@@ -44,6 +59,42 @@ class Printer : public GPSDevice::Listener {
  private:
   int _fixes = 0;
   int _times = 0;
+  bool _dated = false;
+};
+
+// A receiver on a port that may go and come back.
+class Receiver {
+ public:
+  // Throws when the port can't be opened.
+  Receiver(const std::string& path, int type) : _path(path), _type(type) { _Open(); }
+
+  const Printer& Heard() const { return _printer; }
+
+ private:
+  void _Open() {
+    _device.emplace(_path, _type, false, true);
+    _device->RegisterListener(&_printer);
+    _printer.ForgetDate();
+    std::cout << "listening to " << _path << std::endl;
+  }
+
+  void _Look() {
+    constexpr int kSecond = 1'000;  // milliseconds
+    _look.SetTimeout(kSecond);
+    if (_device && !_device->Reader().IsHungUp()) return;
+    _device.reset();
+    try {
+      _Open();
+    } catch (const std::runtime_error&) {
+      _device.reset();  // still away
+    }
+  }
+
+  const std::string _path;
+  const int _type;
+  Printer _printer;
+  std::optional<GPSDevice> _device;  // none while the port is away
+  Timer _look{0, [this] { _Look(); }};
 };
 
 struct Options {
@@ -77,13 +128,13 @@ int main(int argc, char** argv) try {
     options.path = emulated->Path();
   }
 
-  Printer printer;
-  const int type = options.hemisphere ? GPSDevice::TypeHemisphere : GPSDevice::TypeGarmin;
-  GPSDevice device(options.path, type, false, true);
-  device.RegisterListener(&printer);
-  std::cout << "listening to " << options.path << std::endl;
-  RunLoop(options.seconds, [&] { return options.fixes > 0 && printer.Fixes() >= options.fixes; });
-  return LastLine({{"fixes", printer.Fixes()}, {"times", printer.Times()}});
+  // Who leads a session gets a hang-up when its port goes.
+  if (getsid(0) == getpid()) PollProcessor::Instance().IgnoreSignal(SIGHUP);
+
+  const Receiver receiver(options.path, options.hemisphere ? GPSDevice::TypeHemisphere : GPSDevice::TypeGarmin);
+  const Printer& heard = receiver.Heard();
+  RunLoop(options.seconds, [&] { return options.fixes > 0 && heard.Fixes() >= options.fixes; });
+  return LastLine({{"fixes", heard.Fixes()}, {"times", heard.Times()}});
 } catch (const std::exception& error) {
   std::cerr << "ERROR: " << error.what() << std::endl;
   return 1;
