@@ -4,13 +4,23 @@
 // Data lines whose sum fits go to the file as they came; CH4Device decodes them besides, for the listener that may be
 // registered here. All that a line's file is named after is the system's clock in UTC.
 //
+// Nothing lands on the board's own disk when the recorder's is taken away: lines are dropped then, until one is mounted
+// there again. Files that a kill or a power cut has left under their working name are finished when the recorder finds
+// the disk: renamed to ".txt", so that they are reclaimed like others, or deleted where they are empty.
+//
 // Thread: the poll loop's.
 
 #pragma once
 
+#include <sys/stat.h>
+
 #include <ctime>
+#include <filesystem>
+#include <iostream>
 #include <string>
+#include <system_error>
 #include <utility>
+#include <vector>
 
 #include "analyser/ch4device.h"
 #include "logging/logger.h"
@@ -20,7 +30,7 @@
 class Recorder : public CH4Device, private PollTimer {
  public:
   struct Settings {
-    std::string directory;      // of the mounted disk
+    std::string directory;      // where the disk is mounted, or a directory on it
     std::string name = "head";  // what the files' names begin with; no blanks
     int split_seconds = 3'600;  // the length of a file
     int percent = 90;           // of the disk, for all files together
@@ -33,7 +43,8 @@ class Recorder : public CH4Device, private PollTimer {
         _settings(settings),
         _logger("", "UTC", false),
         _reclaimer(settings.verbose) {
-    _logger.SetMountPath(settings.directory);
+    struct stat now {};
+    if (stat(settings.directory.c_str(), &now) == 0) _device = now.st_dev;
     _logger.SetHostname(settings.name);
     _SetTime();
     _logger.SetSplitSeconds(settings.split_seconds);
@@ -56,29 +67,33 @@ class Recorder : public CH4Device, private PollTimer {
     } else if (line.starts_with("DATA\t") && CheckSumAgrees(line)) {
       _SetTime();
       _logger.WriteDATA(line, _now);
-      if (_logger.USBState() == kLogging) ++_lines;
+      if (_logger.USBState() == Logger::StateLogging) ++_lines;
     }
     CH4Device::HeadGotLine(std::move(line));
   }
 
  private:
-  enum { kLogging = 1, kError = 3 };  // as the logger tells its state
-
   // Once a minute. A full disk ends the file, so that the next one finds the room that the reclaimer makes.
   void HandleTimeout() override {
     constexpr int kMinute = 60'000;  // milliseconds
     AddTimeout(kMinute);
-    _reclaimer.Reclaim(_settings.directory, _settings.percent, ".part");
-    if (_logger.USBState() != kError) return;
-    _logger.StopLogging();
-    _logger.StartLogging();
+    _LookForDisk();
+    if (_disk) _reclaimer.Reclaim(_settings.directory, _settings.percent, ".part");
+    if (_logger.USBState() == Logger::StateError) _EndFile();
   }
   const char* Description() const override { return "Recorder"; }
 
+  void _EndFile() {
+    _logger.StopLogging();
+    _logger.StartLogging();
+  }
+
+  // So a file never begins where the disk isn't: it begins with a second.
   void _SetTime() {
     const time_t now = time(nullptr);
     if (now == _now) return;
     _now = now;
+    _LookForDisk();
     tm parts;
     char date[16], clock[16];
     gmtime_r(&now, &parts);
@@ -88,10 +103,53 @@ class Recorder : public CH4Device, private PollTimer {
     _logger.SetDateTime(date, clock);
   }
 
+  void _LookForDisk() {
+    const bool disk = _IsDiskThere();
+    if (disk == _disk) return;
+    _disk = disk;
+    _logger.SetMountPath(disk ? _settings.directory : "");
+    if (disk) {
+      _FinishLeftovers();
+    } else {
+      std::cout << "Recorder: the disk has gone from " << _settings.directory << std::endl;
+      _EndFile();
+    }
+  }
+
+  // The device is the one that it was, or another one is mounted here.
+  bool _IsDiskThere() {
+    struct stat here {
+    }, above{};
+    if (stat(_settings.directory.c_str(), &here) != 0) return false;
+    const bool mounted = stat((_settings.directory + "/..").c_str(), &above) == 0 && here.st_dev != above.st_dev;
+    if (here.st_dev != _device && !mounted) return false;
+    _device = here.st_dev;
+    return true;
+  }
+
+  void _FinishLeftovers() const {
+    namespace fs = std::filesystem;
+    std::error_code ignored;  // a disk may go at any moment
+    std::vector<fs::path> parts;
+    for (fs::directory_iterator entry(_settings.directory, ignored), end; entry != end; entry.increment(ignored))
+      if (entry->path().native().ends_with(".txt.part")) parts.push_back(entry->path());
+    for (const fs::path& part : parts) {
+      fs::path text = part;
+      text.replace_extension();
+      while (fs::exists(text, ignored)) text.replace_filename(text.stem().string() + "-2.txt");
+      if (fs::file_size(part, ignored) == 0)
+        fs::remove(part, ignored);
+      else
+        fs::rename(part, text, ignored);
+    }
+  }
+
   const Settings _settings;
   Logger _logger;
   Reclaimer _reclaimer;
   std::string _columns;  // the last DATAH line
   int _lines = 0;
-  time_t _now = 0;  // of the logger's date and time
+  time_t _now = 0;     // of the logger's date and time
+  bool _disk = false;  // is where it should be
+  dev_t _device = 0;   // that it was last seen on
 };

@@ -15,7 +15,6 @@ namespace {
 constexpr int kMinute = 60'000;  // milliseconds
 constexpr size_t kBlock = 8192;  // bytes
 
-enum State : int { kNoDisk, kLogging, kNotLogging, kError };
 constexpr const char* kStateWords[] = {"none", "logging", "not logging", "error"};
 
 }  // namespace
@@ -94,7 +93,10 @@ void Logger::SetSplitSeconds(int seconds) {
 }
 
 int Logger::USBState() {
-  const State state = _mount_path.empty() ? kNoDisk : !_file.is_open() ? kNotLogging : _file.fail() ? kError : kLogging;
+  const int state = _mount_path.empty() ? StateNoDisk
+                    : !_file.is_open()  ? StateNotLogging
+                    : _file.fail()      ? StateError
+                                        : StateLogging;
   if (state != _usb_state) {
     _usb_state = state;
     std::cout << "Logger::USBState: " << kStateWords[state] << std::endl;

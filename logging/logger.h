@@ -33,6 +33,9 @@
 
 class Logger : public PollTimer {
  public:
+  // What USBState answers.
+  enum { StateNoDisk, StateLogging, StateNotLogging, StateError };
+
   // `device_text` and `flag` are kept, and read by nothing.
   Logger(const std::string& device_text, std::string zone, bool flag);
   ~Logger() override;
@@ -65,7 +68,8 @@ class Logger : public PollTimer {
   // after they began. Computes the next split time from the present, so SetSeconds comes first.
   void SetSplitSeconds(int seconds);
 
-  // 0: no disk, 1: logging, 2: no file is open, 3: a write has failed. A change is told on standard output.
+  // StateNoDisk: no mount path; StateNotLogging: no file is open; StateError: a write has failed. A change is told on
+  // standard output.
   int USBState();
 
   // Accepted without effect; for stations that learn about disks in their own way.
