@@ -9,7 +9,9 @@
 // Finished files are packed by zip. To find an analyser by its name, an Avahi daemon has to run on this host.
 
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
+#include <iomanip>
 #include <iostream>
 #include <optional>
 #include <set>
@@ -36,6 +38,20 @@ struct Options {
   int seconds = 0;  // 0: no end
 };
 
+bool IsAddress(const std::string& text, SocketFamily family) {
+  try {
+    return SocketAddress(text).Family() == family;
+  } catch (const std::exception&) {
+    return false;
+  }
+}
+
+// A link goes over IPv6 where the name of an analyser leads there, and then knows the interface.
+std::string CheckTarget(const std::string& target) {
+  if (!IsAddress(target.substr(0, target.find('%')), FamilyIPv6)) return "";
+  return "'" + target + "' is an IPv6 address: give an IPv4 address, or the name that the analyser is announced under";
+}
+
 // The file's whole path becomes a word of zip's command line, which takes some characters for a pattern.
 std::string CheckDirectory(const std::string& directory) {
   if (directory.starts_with('-') || directory.find_first_of(" \t\n\"'\\*?[]") != std::string::npos)
@@ -49,21 +65,13 @@ Options Read(int argc, char** argv) {
   CommandLine line("Records what a methane analyser sends. Without a target it brings an analyser of its own up.");
   auto* const target = line.add_option("target", options.target, "its IPv4 address, or the name it is announced under");
   auto* const directory = line.add_option("directory", options.settings.directory, "where the files go");
-  target->type_name("")->needs(directory);
+  target->type_name("")->needs(directory)->check(CheckTarget);
   directory->type_name("")->check(CheckDirectory);
   line.AddNumber("--split", options.settings.split_seconds, 1, kWeek, "begin a new file each so many seconds");
   line.AddNumber("--percent", options.settings.percent, 1, 100, "of the disk, for all files together");
   line.AddSeconds(options.seconds);
   line.Read(argc, argv);
   return options;
-}
-
-bool IsAddress(const std::string& target) {
-  try {
-    return SocketAddress(target).Family() == SocketAddress::FamilyIPv4;
-  } catch (const std::exception&) {
-    return false;
-  }
 }
 
 // An analyser in a hurry and a directory that goes when the program ends; files of three seconds.
@@ -104,6 +112,50 @@ class Demonstration {
   Timer _show{-1, [this] { _Show(); }};
 };
 
+// A recorder that says, with the time, how its link fares: each change at once, and once a minute what still fails.
+class Reporter : public Recorder {
+ public:
+  Reporter(const Settings& settings, const std::string& target) : Recorder(settings), _target(target) {
+    _Say("trying " + target);
+  }
+
+  void HeadOpened() override {
+    _opened = _answer_due = true;
+    Recorder::HeadOpened();
+  }
+  void HeadConnected(std::string target) override {
+    _Say("connected to " + target);
+    _look.SetTimeout(-1);
+    Recorder::HeadConnected(target);
+  }
+  void HeadClosed() override {
+    _answer_due = false;
+    if (!_look.IsActive()) {
+      _Say("the connection to " + _target + " has ended; trying again");
+      _look.SetTimeout(kFirstLook);
+    }
+    Recorder::HeadClosed();
+  }
+
+ private:
+  static constexpr int kFirstLook = 5 * kSecond, kNextLook = 60 * kSecond;
+
+  void _Look() {
+    _look.SetTimeout(kNextLook);
+    _Say(_target + (_opened || _answer_due ? " doesn't answer" : " isn't found") + "; trying on");
+    _opened = false;
+  }
+  static void _Say(const std::string& text) {
+    const time_t now = time(nullptr);
+    std::cout << std::put_time(std::gmtime(&now), "%H:%M:%S UTC ") << text << std::endl;
+  }
+
+  const std::string _target;
+  bool _opened = false;      // an attempt has begun since the last look
+  bool _answer_due = false;  // and is under way
+  Timer _look{kFirstLook, [this] { _Look(); }};
+};
+
 }  // namespace
 
 int main(int argc, char** argv) try {
@@ -111,10 +163,10 @@ int main(int argc, char** argv) try {
   std::optional<Demonstration> demonstration;
   if (options.target.empty()) demonstration.emplace(options);
 
-  Recorder recorder(options.settings);
+  Reporter recorder(options.settings, demonstration ? demonstration->Host() : options.target);
   if (demonstration)
     recorder.ConnectToAddress(demonstration->Host(), demonstration->Port());
-  else if (IsAddress(options.target))
+  else if (IsAddress(options.target, FamilyIPv4))
     recorder.ConnectToAddress(options.target, kPort);
   else
     recorder.ConnectToName(options.target);
