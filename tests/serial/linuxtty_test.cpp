@@ -99,9 +99,11 @@ TEST(LinuxTTY, APortThatGoesIsLeftAloneAndSaysSo) {
   EXPECT_EQ(writer.Write("x"), 0);
   EXPECT_TRUE(reader.IsHungUp() && writer.IsHungUp());
   for (const auto handle : {&PollItem::HandleError, &PollItem::HandleInvalid, &PollItem::HandleHangUp}) {
+    const CapturedOutput line;
     ends.pty.emplace();
     LinuxTTYReader other(ends.pty->Path());
     (other.*handle)();
+    EXPECT_EQ(line.Text(), "LinuxTTYReader: Lost tty device: " + ends.pty->Path() + '\n');
     EXPECT_TRUE(other.IsHungUp() && other.RequestedEvents() == 0);
   }
 }
