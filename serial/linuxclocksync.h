@@ -20,8 +20,8 @@ class LinuxClockSync {
   // The divisors aren't 0: each term is the nanoseconds of its sum, divided, in parts per billion. With a sample a
   // second, a clock that is off by 20 ppm settles where the proportional divisor is 2 or more and the integral one 4 or
   // more and not below the proportional one; most smaller ones swing for ever, by milliseconds. Larger ones settle more
-  // slowly, and follow late readings less. A clock that is off by more wants larger ones: examples/clock-sync.cpp tells.
-  // verbose: each correction prints a line on standard output.
+  // slowly, and follow late readings less. A clock that is off by more wants larger ones: examples/clock-sync.cpp
+  // tells. verbose: each correction prints a line on standard output.
   LinuxClockSync(bool verbose, int32_t integralDivisor, int32_t proportionalDivisor);
 
   // Takes the offset a - b. True when there is a correction, which then stands in `frequency`; 0 after a step, which
