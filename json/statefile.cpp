@@ -15,12 +15,8 @@
 
 namespace {
 
-void Sync(int fileno, const std::string& path) {
-  if (fsync(fileno) != 0) throw ErrnoError("Unable to sync: " + path);
-}
-
-StreamFileBase Open(const std::string& path, int flags) {
-  const int fileno = open(path.c_str(), flags | O_CLOEXEC, 0644);
+StreamFileBase Create(const std::string& path) {
+  const int fileno = open(path.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
   if (fileno < 0) throw ErrnoError("Unable to open: " + path);
   return StreamFileBase(fileno);
 }
@@ -46,18 +42,17 @@ void WriteStateFile(const std::string& path, const Json::Value& state) {
   if (!directory.empty()) MkDirectory(directory);
 
   const std::string beside = path + ".new";
-  StreamFileBase file = Open(beside, O_WRONLY | O_CREAT | O_TRUNC);
+  StreamFileBase file = Create(beside);
   Json::StreamWriterBuilder format;
   format["emitUTF8"] = true;  // bytes as they came: names in another encoding are found again
   const std::unique_ptr<Json::StreamWriter> writer(format.newStreamWriter());
   writer->write(state, &file.OStream());
   file.OStream() << '\n' << std::flush;
   if (!file.OStream().good()) throw std::runtime_error("Unable to write: " + beside);
-  Sync(file.Fileno(), beside);
+  if (fsync(file.Fileno()) != 0) throw ErrnoError("Unable to sync: " + beside);
   file._close();
   RenameFile(beside, path);
 
   // The new name too has to reach the disk.
-  const std::string place = directory.empty() ? "." : directory;
-  Sync(Open(place, O_RDONLY | O_DIRECTORY).Fileno(), place);
+  SyncToDisk(directory.empty() ? "." : directory);
 }

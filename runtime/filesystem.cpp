@@ -1,5 +1,6 @@
 #include "runtime/filesystem.h"
 
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
@@ -11,6 +12,7 @@
 #include <utility>
 
 #include "runtime/errnoexcept.h"
+#include "runtime/streamfile.h"
 
 namespace {
 
@@ -75,6 +77,11 @@ std::string CurrentWorkingDirectory() {
 
 void DeleteFile(const std::string& path) {
   if (unlink(path.c_str()) != 0) ThrowErrno("Unable to delete ", path);
+}
+
+void SyncToDisk(const std::string& path) {
+  const StreamFile file(path, O_RDONLY | O_CLOEXEC);
+  if (fsync(file.Fileno()) != 0 && errno != EINVAL) ThrowErrno("Unable to sync: ", path);
 }
 
 FileInformationRecord FileInformation(const std::string& path) {

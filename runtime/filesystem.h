@@ -55,6 +55,9 @@ std::string HomeDirectory();
 
 std::string CurrentWorkingDirectory();
 void DeleteFile(const std::string& path);
+// Returns when what a file holds, or the names in a directory, have reached the disk (fsync(2)): a power cut can't take
+// them any more. A file system that can't tell says so by EINVAL, which is no error here.
+void SyncToDisk(const std::string& path);
 // Of a symbolic link itself.
 FileInformationRecord FileInformation(const std::string& path);
 PartitionRecord PartitionSizeAndAvailableSpace(const std::string& path);

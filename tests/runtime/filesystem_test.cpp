@@ -60,6 +60,7 @@ TEST_F(Filesystem, ErrorsNameWhatTheyAreAbout) {
   const std::string no_file = ": No such file or directory", no_directory = ": Not a directory";
   const std::pair<std::string, std::function<void()>> rows[] = {
       {"Unable to delete " + none + no_file, [&] { DeleteFile(none); }},
+      {"StreamFile: Unable to open " + none + no_file, [&] { SyncToDisk(none); }},
       {"Unable to get information for file: " + none + no_file, [&] { FileInformation(none); }},
       {"Unable to check disk space on: " + none + no_file, [&] { PartitionSizeAndAvailableSpace(none); }},
       {"Unable to rename " + none + " to " + file + no_file, [&] { RenameFile(none, file); }},
