@@ -118,11 +118,5 @@ void GPSReceiver::HandleTimeout() {
 }
 
 void GPSReceiver::_Send(const std::string& bytes) {
-  std::string sent = bytes;
-  if (_pty.Speed() != _rate)
-    for (char& c : sent) {
-      _noise = _noise * 1'664'525 + 1'013'904'223;
-      c = static_cast<char>(_noise >> 24);
-    }
-  _pty.Write(sent);
+  _pty.Write(bytes, _rate);
 }

@@ -68,5 +68,4 @@ class GPSReceiver : public PollItem, public PollTimer {
   std::map<std::string, int> _outputs;  // sentence and how often a second
   std::string _input;
   std::vector<std::string> _commands;
-  uint32_t _noise = 1;
 };

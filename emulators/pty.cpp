@@ -69,3 +69,13 @@ std::string Pty::Read() {
 void Pty::Write(const std::string& bytes) {
   [[maybe_unused]] const ssize_t taken = write(_instrument, bytes.data(), bytes.size());
 }
+
+void Pty::Write(const std::string& bytes, int rate) {
+  if (Speed() == rate) return Write(bytes);
+  std::string noise = bytes;
+  for (char& c : noise) {
+    _noise = _noise * 1'664'525 + 1'013'904'223;
+    c = static_cast<char>(_noise >> 24);
+  }
+  Write(noise);
+}

@@ -6,6 +6,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <string>
 
 class Pty {
@@ -28,9 +29,12 @@ class Pty {
   std::string Read();
   // Bytes that find no room are lost, as on a line that nobody reads.
   void Write(const std::string& bytes);
+  // From an instrument that sends at `rate`, in bits per second: at any other speed of ours they arrive as noise.
+  void Write(const std::string& bytes, int rate);
 
  private:
   int _instrument = -1;
   int _device = -1;  // keeps the line up
   std::string _path;
+  uint32_t _noise = 1;
 };

@@ -19,6 +19,7 @@
 
 #include "emulators/gps_receiver.h"
 #include "emulators/pty.h"
+#include "fuzz/stream_fields.h"
 #include "serial/gpsdevice.h"
 #include "serial/serial_fields.h"
 
@@ -53,31 +54,6 @@ struct Log : GPSDevice::Listener {
   std::string told;
 };
 
-template <class Value>
-Value Read(std::istream& in, Value value) {
-  if (in.fail()) return value;
-  const int next = in.peek();
-  if (next == ',') {
-    in.get();
-  } else if (next != '*') {
-    in >> value;
-    in.get();
-  }
-  return value;
-}
-double ReadDouble(std::istream& in) {
-  return Read(in, 0.0);
-}
-char ReadChar(std::istream& in) {
-  return Read(in, ' ');
-}
-uint32_t ReadUnsigned(std::istream& in) {
-  return Read(in, uint32_t{0});
-}
-int32_t ReadInteger(std::istream& in) {
-  return Read(in, int32_t{0});
-}
-
 int32_t Cut(double value) {
   using Limits = std::numeric_limits<int32_t>;
   return static_cast<int32_t>(std::clamp<double>(std::trunc(value), Limits::min(), Limits::max()));
@@ -108,18 +84,13 @@ class SecondForm {
     if (!positioning) return;
     unsigned char sum = 0;
     for (size_t i = 1; i < star; ++i) sum = static_cast<unsigned char>(sum ^ text[i]);
-    if (Digit(text[star + 1]) * 16 + Digit(text[star + 2]) != sum) return;
+    if (HexDigit(text[star + 1]) * 16 + HexDigit(text[star + 2]) != sum) return;
     std::istringstream in(text.substr(7));
     in.imbue(std::locale::classic());
     const std::string name = text.substr(3, 3);
     if (name == "GGA") GGA(in);
     if (name == "GSV") GSV(in);
     if (name == "RMC") RMC(in);
-  }
-
-  static int Digit(char c) {
-    const auto code = static_cast<unsigned char>(c);
-    return code < 'A' ? code - '0' : code < 'a' ? code - 'A' + 10 : code - 'a' + 10;
   }
 
   void RMC(std::istream& in) {

@@ -60,10 +60,14 @@ int32_t GPSReadInteger(FieldStream& fields) {
   return fields._Take(TakeInteger);
 }
 
+unsigned char ExclusiveOr(std::string_view bytes) {
+  unsigned char sum = 0;
+  for (const char c : bytes) sum ^= static_cast<unsigned char>(c);
+  return sum;
+}
+
 bool ChecksumAgrees(std::string_view sentence) {
   const size_t size = sentence.size();
   if (size < 4) return false;
-  unsigned char sum = 0;
-  for (const char c : sentence.substr(1, size - 4)) sum ^= static_cast<unsigned char>(c);
-  return sum == HexDigit(sentence[size - 2]) * 16 + HexDigit(sentence[size - 1]);
+  return ExclusiveOr(sentence.substr(1, size - 4)) == HexDigit(sentence[size - 2]) * 16 + HexDigit(sentence[size - 1]);
 }

@@ -41,6 +41,9 @@ char GPSReadChar(FieldStream& fields);          // the space character
 uint32_t GPSReadUnsigned(FieldStream& fields);  // 0; a negative number wraps
 int32_t GPSReadInteger(FieldStream& fields);    // 0
 
+// The sum of all bytes, by exclusive-or.
+unsigned char ExclusiveOr(std::string_view bytes);
+
 // Whether the two hexadecimal digits that close a sentence are the exclusive-or of what stands between its first byte
 // and the one before the digits, both excluded. Digits are converted by their code alone, in either case; no character
 // is rejected as one.

@@ -1,0 +1,104 @@
+// What a pulse device and a push button tell, in pieces: each read is whole for itself. The listeners leave or throw at
+// some of it, and are back for the next read.
+//
+// Input: a byte for the size of the pieces, and the bytes, which both devices get.
+
+#include <algorithm>
+#include <cstdint>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include "emulators/fifo.h"
+#include "serial/ppsdevice.h"
+#include "serial/usbbuttondevice.h"
+
+namespace {
+
+constexpr size_t kButtonRead = 64;  // bytes
+
+// What the listener does about a pulse.
+bool Leaves(const TimeVal& time) {
+  return time.seconds % 5 == 1;
+}
+bool Throws(const TimeVal& time) {
+  return time.seconds % 5 == 2;
+}
+
+struct PulseLog : PPSDevice::Listener {
+  void GotPPS(const TimeVal& time) override {
+    told.push_back(time);
+    if (Leaves(time)) device.RegisterListener(nullptr);
+    if (Throws(time)) throw std::runtime_error("enough");
+  }
+  Fifo fifo;
+  PPSDevice device{fifo.Path(), false};
+  std::vector<TimeVal> told;
+};
+
+struct ButtonLog : UsbButtonDevice::Listener {
+  void GotUsbButtonDown() override { told += 'D'; }
+  void GotUsbButtonUp() override {
+    told += 'U';
+    device.RegisterListener(nullptr);
+  }
+  void GotUsbButtonLong() override {
+    told += 'L';
+    throw std::runtime_error("enough");
+  }
+  Fifo fifo;
+  UsbButtonDevice device{fifo.Path()};
+  std::string told;
+};
+
+std::vector<TimeVal> Pulses(const std::string& read) {
+  std::vector<TimeVal> pulses;
+  for (size_t at = 0; at + 8 <= read.size(); at += 8) {
+    int32_t words[2];
+    std::memcpy(words, read.data() + at, sizeof words);
+    pulses.emplace_back(words[0], words[1]);
+  }
+  const auto last = [](const TimeVal& time) { return Leaves(time) || Throws(time); };
+  const auto end = std::find_if(pulses.begin(), pulses.end(), last);
+  if (end != pulses.end()) pulses.erase(end + 1, pulses.end());
+  return pulses;
+}
+
+std::string Events(std::string read) {
+  std::erase_if(read, [](char c) { return c != 'D' && c != 'U' && c != 'L'; });
+  const size_t last = read.find_first_of("UL");
+  return last == std::string::npos ? read : read.substr(0, last + 1);
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+  static PulseLog pulses;
+  static ButtonLog button;
+  if (size < 2) return 0;
+  std::streambuf* const output = std::cout.rdbuf(nullptr);  // each exception is told there
+  const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
+  for (size_t at = 0, piece = 1 + data[0]; at < bytes.size(); at += piece) {
+    const std::string part = bytes.substr(at, piece);
+    pulses.fifo.Write(part);
+    pulses.told.clear();
+    pulses.device.RegisterListener(&pulses);
+    pulses.device.HandleRead();
+    if (pulses.told != Pulses(part)) abort();
+
+    button.fifo.Write(part);
+    for (size_t read = 0; read < part.size(); read += kButtonRead) {
+      const std::string events = Events(part.substr(read, kButtonRead));
+      button.told.clear();
+      button.device.RegisterListener(&button);
+      button.device.HandleRead();
+      if (button.told != events) abort();
+    }
+  }
+  std::cout.rdbuf(output);
+  std::cout.clear();
+  return 0;
+}
