@@ -11,6 +11,8 @@
 namespace {
 
 constexpr int kSecond = 1'000;  // milliseconds
+constexpr int64_t kSecondInMicros = 1'000'000;
+constexpr int kFirstRate = 10;  // lines a second
 
 constexpr const char* kColumns =
     "DATAH\tSECONDS\tNANOSECONDS\tDIAG\tCH4\tCH4D\tTEMP\tPRESSURE\tRSSI\tDROPRATE\tAUX1\tAUX2\tAUX3\tAUX4\tAUX5\tAUX6"
@@ -20,15 +22,25 @@ constexpr const char* kDiagnostics =
     "\tMIRRORHEATERON\tCALIBRATING\tCHK\n";
 constexpr const char* kAcknowledged = "<tarno><tn5500><ack>true</ack></tn5500></tarno>\n";
 
+// Microseconds since 1970.
+int64_t WallClock() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return now.tv_sec * kSecondInMicros + now.tv_usec;
+}
+
 }  // namespace
 
-Analyser::Analyser(const std::string& host, int port) : LineServer(host, port), PollTimer(kSecond / 10, true) {
+Analyser::Analyser(const std::string& host, int port) : LineServer(host, port), PollTimer(-1, true) {
+  SetRate(kFirstRate);
   Listen();
 }
 
 void Analyser::SetRate(int rate) {
   _rate = std::clamp(rate, 0, kFastest);
-  SetTimeout(_rate > 0 ? kSecond / _rate : -1);
+  if (_rate == 0) return SetTimeout(-1);
+  const int64_t period = kSecondInMicros / _rate;
+  SetTimeout(static_cast<int>((period - WallClock() % period + 999) / 1'000));
 }
 
 void Analyser::Announce(const std::string& name) {
@@ -77,9 +89,11 @@ std::string Analyser::DataLine(int32_t seconds, int32_t nanoseconds, int number)
 void Analyser::HandleTimeout() {
   AddTimeout(kSecond / _rate);
   if (!IsConnected() || IsJammed() || IsStalled()) return;
-  timeval now;
-  gettimeofday(&now, nullptr);
-  Send(DataLine(static_cast<int32_t>(now.tv_sec), static_cast<int32_t>(now.tv_usec) * 1'000, _lines++));
+  // The timer is late by its own kind, the instrument is not.
+  const int64_t period = kSecondInMicros / _rate;
+  const int64_t moment = (WallClock() + period / 2) / period * period;
+  Send(DataLine(static_cast<int32_t>(moment / kSecondInMicros), static_cast<int32_t>(moment % kSecondInMicros) * 1'000,
+                _lines++));
 }
 
 void Analyser::Accepted() {

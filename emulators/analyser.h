@@ -1,9 +1,9 @@
 // A methane analyser on the network: sends its header lines to whoever connects, then data lines at its rate, and
 // misbehaves when told to.
 //
-// Everything runs on the poll loop's time; data lines carry the system's present moment. It obeys <rate> in what it is
-// sent and acknowledges each line. As the instrument has little memory, lines that find the connection jammed are lost
-// whole.
+// Everything runs on the poll loop's time; data lines carry the system's present moment in whole periods of the rate,
+// so that at rates that divide a second there is one at the top of each. It obeys <rate> in what it is sent and
+// acknowledges each line. As the instrument has little memory, lines that find the connection jammed are lost whole.
 //
 // Thread: the poll loop's.
 
@@ -51,7 +51,7 @@ class Analyser : public LineServer, public PollTimer {
   void Accepted() override;
   void GotLine(const std::string& command) override;
 
-  int _rate = 10;
+  int _rate = 0;
   int _lines = 0;
   std::vector<std::string> _commands;
   std::optional<Announcement> _announcement;
