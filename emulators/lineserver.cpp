@@ -1,5 +1,7 @@
 #include "emulators/lineserver.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include "net/socketaddress.h"
@@ -39,6 +41,9 @@ void LineServer::Peer::Take(const Socket& socket) {
   Close(false);
   _socket = socket;
   _socket.SetNonBlock();
+  // A line goes out when it is there, instead of waiting for the last one to be acknowledged.
+  const int at_once = 1;
+  setsockopt(_socket.Fileno(), IPPROTO_TCP, TCP_NODELAY, &at_once, sizeof at_once);
   Register();
 }
 

@@ -81,7 +81,7 @@ TEST(StateFile, MakesItsDirectoryAndReplacesTheWholeFile) {
 }
 
 TEST(StateFile, AFullDiskLeavesTheOldFile) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
   const TempDirectory dir;
   const auto result = RunInMountNamespace([&] {
     MountEmpty(dir.Path(), "size=16k");

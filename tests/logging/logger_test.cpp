@@ -1,7 +1,6 @@
 #include "logging/logger.h"
 
 #include <gtest/gtest.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <map>
@@ -11,6 +10,7 @@
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "tests/support/captured_output.h"
+#include "tests/support/child_process.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/temp_directory.h"
 
@@ -22,9 +22,8 @@ using Files = std::map<std::string, std::string>;  // what each path holds
 class LoggerTest : public testing::Test {
  protected:
   void SetUp() override {
-    if (prctl(PR_SET_CHILD_SUBREAPER, 1) != 0) GTEST_SKIP() << "needs PR_SET_CHILD_SUBREAPER";
+    if (!AdoptOrphans()) GTEST_SKIP() << "the zip programs couldn't be waited for";
   }
-  ~LoggerTest() noexcept override { prctl(PR_SET_CHILD_SUBREAPER, 0); }
 
   // Waits for each zip and gives their count.
   static int Packed() {
@@ -153,7 +152,7 @@ TEST_F(LoggerTest, DoesWhatIsAskedInAnyOrder) {
 }
 
 TEST_F(LoggerTest, AFullDiskShowsUntilTheFileEnds) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
   const auto result = RunInMountNamespace([&] {
     MountEmpty(disk.Path(), "size=64k");
     disk.Write("ballast", std::string(20'000, 'x'));

@@ -18,7 +18,7 @@ constexpr int64_t kDisk = 1 << 20;  // bytes
 
 // Runs `body` in the directory of a disk of that size.
 void WithDisk(const std::function<void(const TempDirectory&)>& body) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
   const TempDirectory place;
   const auto result = RunInMountNamespace([&] {
     MountEmpty(place.Path(), "size=1m");

@@ -90,7 +90,7 @@ TEST_F(Filesystem, WalksAllEntriesAndACopyStartsAgain) {
 }
 
 TEST_F(Filesystem, FindsHomeConfigurationWorkingDirectoryAndTheZoneOfTheLink) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
   const auto result = RunInMountNamespace([&] {
     setenv("HOME", dir.Path().c_str(), 1);
     for (int twice = 0; twice < 2; ++twice) EXPECT_EQ(dir / ".config", UserConfigDirectory());

@@ -67,11 +67,15 @@ struct AvahiHosts::Program {
   std::string id;  // of the process
 };
 
+// A namespace that is entered again shows its own "/", which in a chroot isn't ours.
 std::string AvahiHosts::Missing() {
-  static const int status = std::system(
-      "exec >/dev/null 2>&1; unshare --net --mount "
-      "sh -ec 'ip link add type veth; dbus-daemon --version; /usr/sbin/avahi-daemon --version'");
-  return status == 0 ? "" : "needs avahi-daemon, dbus-daemon and the right to make networks";
+  static const TempDirectory here;
+  static const int status =
+      std::system(("exec >/dev/null 2>&1; unshare --net --mount sh -ec 'ip link add type veth; dbus-daemon --version; "
+                   "/usr/sbin/avahi-daemon --version; nsenter --net --mount --target $$ test -d " +
+                   here.Path() + "'")
+                      .c_str());
+  return status == 0 ? "" : "needs avahi-daemon, dbus-daemon, the right to make networks, and no chroot around it";
 }
 
 void AvahiHosts::UseNone() {

@@ -52,3 +52,7 @@ ChildResult RunInChild(const std::function<void()>& body) {
   if (WIFSIGNALED(status)) result.signal = WTERMSIG(status);
   return result;
 }
+
+bool AdoptOrphans() {
+  return prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
+}

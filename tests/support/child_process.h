@@ -15,3 +15,7 @@ struct ChildResult {
 // Forks and runs `body`. The child ends with 0 when the body returns, with 99 when an expectation in it has failed, as
 // told in `output`, and with SIGABRT when an exception leaves it. It dies with the test.
 ChildResult RunInChild(const std::function<void()>& body);
+
+// From now on children whose parents have ended are this process's own, to wait for. False where that can't be had, as
+// under some emulations of a board.
+bool AdoptOrphans();

@@ -1,7 +1,7 @@
 // Fixed paths, met by a mount namespace of the test's own: a child sees other files there, the machine doesn't.
 //
-// Needs the right to mount. A test asks first:
-//   if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+// Needs the right to mount, and a "/" that is a mount point: in a chroot it may be none. A test asks first:
+//   if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
 
 #pragma once
 
