@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <random>
+#include <thread>
 #include <vector>
 
 #include "tests/support/captured_output.h"
@@ -77,6 +78,23 @@ std::set<std::string> Left(std::vector<File> files, int32_t percent, const std::
     bytes -= file.size;
   }
   return left;
+}
+
+TEST(Reclaimer, ItsThreadGetsNoSignals) {
+  Reclaimer reclaimer(false);
+  {
+    const CapturedOutput output;
+    reclaimer.Reclaim("/proc", 0);
+    while (output.Text().empty()) std::this_thread::yield();  // until it serves: a thread starts with all blocked
+  }
+  for (const auto& task : std::filesystem::directory_iterator("/proc/self/task")) {
+    std::ifstream status(task.path() / "status");
+    std::string word;
+    while (status >> word && word != "SigBlk:") continue;
+    status >> word;
+    const bool blocked = (std::stoull(word, nullptr, 16) >> (SIGTERM - 1) & 1) != 0;
+    EXPECT_EQ(blocked, task.path().filename() != std::to_string(getpid())) << word;
+  }
 }
 
 TEST(Reclaimer, LeavesWhatAPlainSecondFormLeaves) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <filesystem>
@@ -13,6 +14,13 @@
 #include "tests/support/error_text.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/temp_directory.h"
+
+// A disk whose two units differ, which few have.
+extern "C" int __wrap_statvfs64(const char* path, struct statvfs* info) {
+  *info = {};
+  info->f_bsize = 4096, info->f_frsize = 512, info->f_blocks = 1L << 33, info->f_bfree = 20, info->f_bavail = 7;
+  return access(path, F_OK);
+}
 
 namespace {
 
@@ -45,7 +53,9 @@ TEST_F(Filesystem, ActsOnFilesAndDirectories) {
   DeleteFile(dir / "moved");
   CreateSymLink(std::string(300, 'x'), dir / "long");
   EXPECT_EQ(std::string(255, 'x'), ReadSymLink(dir / "long"));
-  EXPECT_TRUE(S_ISLNK(FileInformation(dir / "link").mode));
+  EXPECT_TRUE(S_ISLNK(FileInformation(dir / "link").mode) && FileInformation(dir / "link").size == 4);
+  const PartitionRecord disk = PartitionSizeAndAvailableSpace(dir.Path());
+  EXPECT_TRUE(disk.partition_size == 512ULL << 33 && disk.available == 28672);
   umask(022);
   const TmpDir tmp(dir / "tmp");
   for (int twice = 0; twice < 2; ++twice) tmp._MkDir();
@@ -59,7 +69,7 @@ TEST_F(Filesystem, ErrorsNameWhatTheyAreAbout) {
   const std::string none = dir / "none", file = dir / "file";
   const std::string no_file = ": No such file or directory", no_directory = ": Not a directory";
   const std::pair<std::string, std::function<void()>> rows[] = {
-      {"Unable to delete " + none + no_file, [&] { DeleteFile(none); }},
+      {"Unable to delete " + dir / "sub" + ": Is a directory", [&] { DeleteFile(dir / "sub"); }},
       {"StreamFile: Unable to open " + none + no_file, [&] { SyncToDisk(none); }},
       {"Unable to get information for file: " + none + no_file, [&] { FileInformation(none); }},
       {"Unable to check disk space on: " + none + no_file, [&] { PartitionSizeAndAvailableSpace(none); }},
@@ -86,7 +96,9 @@ TEST_F(Filesystem, WalksAllEntriesAndACopyStartsAgain) {
   _DirList list(dir.Path());
   int type = 0;
   for (std::string name; list.GetNextEntry(name, &type);) EXPECT_EQ(name == "sub", type == DT_DIR && name[0] != '.');
-  EXPECT_FALSE(_DirList(dir / "none").IsOpen());
+  _DirList closed(dir / "none");
+  std::string name;
+  EXPECT_TRUE(!closed.IsOpen() && !closed.GetNextEntry(name, nullptr) && errno == EBADF && name.empty());
 }
 
 TEST_F(Filesystem, FindsHomeConfigurationWorkingDirectoryAndTheZoneOfTheLink) {

@@ -9,6 +9,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "runtime/signalprocessor.h"
 #include "runtime/streamfile.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/child_process.h"
@@ -55,8 +56,13 @@ TEST(RunProgram, ConnectsOnePipeOrNothing) {
     std::cout << "unflushed";
     EXPECT_EQ(0, RunProgramCaptureStdout("/bin/echo here", text));
     EXPECT_EQ("here\n", text);
+    std::cout.setstate(std::ios_base::badbit);
+    EXPECT_EQ(127, RunProgramCaptureStdout("/no/such", text));
+    EXPECT_NE(std::string::npos, text.find("/no/such")) << "its own message needs no stream";
     ::dup2(saved, STDOUT_FILENO);
     std::cout.clear();
+    const SignalsBlocked scope;  // as in a worker's thread
+    EXPECT_EQ(-1, RunProgram("/bin/sh -c 'kill -TERM $$; exit 3'"));
   });
   EXPECT_EQ(0, result.exit_status) << result.output;
 }
