@@ -143,7 +143,8 @@ int PollProcessor::RunTimers(int timeout) {
       timer->HandleTimeout();
       _Activity();
     }
-    if (timer->_registered && timer->_active) next = std::min(next, timer->_expiry);
+    // Looked up first: its handler may have destroyed it at its very end.
+    if (std::ranges::find(_timers, timer) != _timers.end() && timer->_active) next = std::min(next, timer->_expiry);
   }
   if (next == kNever) return timeout;
   // Whole milliseconds, rounded down: the rest is spent in passes that don't wait, so that no timer fires late.
