@@ -6,7 +6,6 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "net/bonjourclient.h"
 #include "net/socket.h"
@@ -26,31 +25,14 @@ constexpr int kNever = -1;
 
 Head::Listener nobody;
 
-// Links whose last handle went away in the middle of one of their calls; the loop deletes them when it is quiet, as it
-// looks at a timer again after its handler has returned.
-class Graveyard : public PollIdleHandler {
- public:
-  static void Bury(PollItem* link) {
-    static Graveyard graveyard;
-    graveyard._links.emplace_back(link);
-    graveyard.Register();
-  }
-
-  bool HandleIdle() override {
-    _links.clear();
-    UnRegister();
-    return false;
-  }
-
- private:
-  Graveyard() : PollIdleHandler(false) {}
-
-  std::vector<std::unique_ptr<PollItem>> _links;
-};
-
 Head::Listener* Checked(Head::Listener* listener) {
   if (listener == nullptr) throw std::runtime_error("Invalid listener in Head::Private::Private");
   return listener;
+}
+
+// What was thrown in a function of the link.
+void Report(const char* function, const std::exception& error) {
+  std::cout << "Head::Private::" << function << "(): Got exception " << error.what() << std::endl;
 }
 
 }  // namespace
@@ -62,27 +44,30 @@ void Head::Listener::HeadGotLine(std::string) {}
 void Head::Listener::HeadGotBLOB(std::string) {}
 void Head::Listener::HeadGotRaw(std::string) {}
 
-class Head::Private : public PollItem, public PollTimer {
+// The handles share it by Head::_private; a call under way holds it besides, so that it may end what it has begun when
+// the last handle goes in the middle of it.
+class Head::Private : public PollItem, public PollTimer, public std::enable_shared_from_this<Private> {
  public:
   enum LinkState { HeadIdle, HeadRetry, HeadWatch };
   enum LinkFlags { linkConnected = 1, linkClosing = 2 };
 
   Private(Listener* listener, const std::string& serviceType, int port, bool verbose);
 
-  // Of the last handle. Deletes the link, at once or as soon as it may.
-  static void Dispose(Private* link);
+  // The last handle has gone: nobody hears of anything any more.
+  void LetGo();
 
   void Connect(std::string target);
   void Disconnect();
   void Send(const std::string& text);
   void ExpectBLOB(unsigned int size) { _parser.ExpectBLOB(size); }
+  BonjourResolver& Resolver() { return _resolver; }
   bool IsConnected() const { return (_linkFlags & linkConnected) != 0; }
   const std::string& ConnectedTo() const { return _target; }
 
   int Fileno() const override { return _socket.Fileno(); }
   void HandleEvents(short revents) override;
-  void HandleRead() override;
-  void HandleWrite() override;
+  void HandleRead() override { _Handle("HandleRead", &Private::_Read); }
+  void HandleWrite() override { _Handle("HandleWrite", &Private::_Write); }
   void HandleError() override { _Fail("HandleError"); }
   void HandleInvalid() override { _Fail("HandleInvalid"); }
   void HandleHangUp() override { _Fail("HandleHangUp"); }
@@ -90,18 +75,6 @@ class Head::Private : public PollItem, public PollTimer {
   const char* Description() const override { return "Head"; }
 
  private:
-  // Counts the calls under way that may reach the listener.
-  class Call {
-   public:
-    explicit Call(Private& link) : _count(link._calls) { ++_count; }
-    Call(const Call&) = delete;
-    Call& operator=(const Call&) = delete;
-    ~Call() { --_count; }
-
-   private:
-    int& _count;
-  };
-
   void _ConnectStep();
   bool _FindAddress(std::optional<SocketAddress>& ipv4, std::optional<SocketAddress>& ipv6) const;
   void _Open(const SocketAddress& address);
@@ -109,16 +82,15 @@ class Head::Private : public PollItem, public PollTimer {
   void _Read();
   void _Write();
   void _DispatchIncomingData(const std::string& data);
-  void _Close();
-  void _CloseForGood();
+  void _Close(const char* caller);
+  void _CloseForGood(const char* caller);
   void _Retry(const std::string& message);
-  template <class Step>
-  void _Contain(const char* handler, Step step);
-  void _Fail(const char* handler);
+  void _Handle(const char* name, void (Private::*step)());
+  void _Fail(const char* name);
   short _PollAgain() const;
   void _Tell(const std::string& message) const;
 
-  Listener* _listener;  // `nobody` once the last handle has gone
+  Listener* _listener;  // `nobody` after LetGo
   const bool _useBonjour;
   std::string _target;
   const int _port;
@@ -134,7 +106,6 @@ class Head::Private : public PollItem, public PollTimer {
 
   unsigned int _session = 0;  // how many sockets have been closed: tells whether one is still the same
   bool _ending = false;       // Connect or Disconnect closes what HeadClosed has opened
-  int _calls = 0;
 };
 
 Head::Private::Private(Listener* listener, const std::string& serviceType, int port, bool verbose)
@@ -148,29 +119,24 @@ Head::Private::Private(Listener* listener, const std::string& serviceType, int p
   if (_useBonjour) _browser.Browse(serviceType);
 }
 
-void Head::Private::Dispose(Private* link) {
-  if (link->_calls == 0) {
-    delete link;
-    return;
-  }
-  link->_listener = &nobody;
-  link->_Close();
-  link->PollTimer::UnRegister();
-  Graveyard::Bury(link);
+void Head::Private::LetGo() {
+  _listener = &nobody;
+  _Close("LetGo");
+  PollTimer::UnRegister();
 }
 
 void Head::Private::Connect(std::string target) {
   if (_ending) return;
-  const Call call(*this);
-  _CloseForGood();
+  const auto alive = shared_from_this();
+  _CloseForGood("Connect");
   _target = std::move(target);
   _ConnectStep();
 }
 
 void Head::Private::Disconnect() {
   if (_ending) return;
-  const Call call(*this);
-  _CloseForGood();
+  const auto alive = shared_from_this();
+  _CloseForGood("Disconnect");
   SetTimeout(kNever);
   _linkState = HeadIdle;
 }
@@ -251,7 +217,7 @@ void Head::Private::_Retry(const std::string& message) {
 }
 
 void Head::Private::HandleTimeout() {
-  const Call call(*this);
+  const auto alive = shared_from_this();
   if (_linkState == HeadRetry && !_socket.IsOpen()) {
     _ConnectStep();
   } else if (_linkState == HeadWatch && _gotData) {
@@ -264,7 +230,7 @@ void Head::Private::HandleTimeout() {
 // in this very pass, by us or by others: the old one's events are not for it. So a socket that hasn't told of its
 // connect is asked itself, and what is left of a closed one's events is dropped.
 void Head::Private::HandleEvents(short revents) {
-  const Call call(*this);
+  const auto alive = shared_from_this();
   if (!IsConnected()) revents = _PollAgain();
   const unsigned int session = _session;
   for (const short event : {POLLIN, POLLOUT, POLLERR, POLLHUP, POLLNVAL})
@@ -276,36 +242,19 @@ short Head::Private::_PollAgain() const {
   return poll(&asked, 1, 0) > 0 ? asked.revents : short{0};
 }
 
-void Head::Private::HandleRead() {
-  _Contain("HandleRead", [this] { _Read(); });
-}
-
-void Head::Private::HandleWrite() {
-  _Contain("HandleWrite", [this] { _Write(); });
-}
-
-// What is thrown ends the connection, not the process; that goes for the HeadClosed of its end, too.
-template <class Step>
-void Head::Private::_Contain(const char* handler, Step step) {
-  const auto tell = [handler](const std::exception& error) {
-    std::cout << "Head::Private::" << handler << "(): Got exception " << error.what() << '\n';
-  };
+// What is thrown ends the connection, not the process.
+void Head::Private::_Handle(const char* name, void (Private::*step)()) {
   try {
-    step();
-    return;
+    (this->*step)();
   } catch (const std::exception& error) {
-    tell(error);
-  }
-  try {
-    _Close();
-  } catch (const std::exception& error) {
-    tell(error);
+    Report(name, error);
+    _Close(name);
   }
 }
 
-void Head::Private::_Fail(const char* handler) {
-  std::cout << "Head::Private::" << handler << "()\n";
-  _Close();
+void Head::Private::_Fail(const char* name) {
+  std::cout << "Head::Private::" << name << "()" << std::endl;
+  _Close(name);
 }
 
 // The first event of a socket tells how the connect went. False: there is no socket, or not the same any more.
@@ -326,7 +275,7 @@ void Head::Private::_Read() {
   if (_socket.Read(data) > 0) {
     _DispatchIncomingData(data);
   } else if (_sendQueue.empty()) {
-    _Close();
+    _Close("HandleRead");
     _Tell("Head::Private::HandleRead(): socket closed.\n");
   } else {
     _linkFlags |= linkClosing;
@@ -358,14 +307,15 @@ void Head::Private::_Write() {
     if (!_sendQueue.empty()) return;
   }
   if ((_linkFlags & linkClosing) != 0) {
-    _Close();
+    _Close("HandleWrite");
     _Tell("Head::Private::HandleWrite(): socket closed.\n");
   } else {
     SetRequestedEvents(static_cast<short>(RequestedEvents() & ~POLLOUT));
   }
 }
 
-void Head::Private::_Close() {
+// `caller`: where a throw of HeadClosed is said to have come to. It changes nothing, as all is done by then.
+void Head::Private::_Close(const char* caller) {
   const bool was_open = _socket.IsOpen();
   if (was_open) {
     _socket.Close();
@@ -375,24 +325,25 @@ void Head::Private::_Close() {
   PollItem::UnRegister();
   SetTimeout(kRetry);
   _linkState = HeadRetry;
-  if (was_open) _listener->HeadClosed();
+  if (!was_open) return;
+  try {
+    _listener->HeadClosed();
+  } catch (const std::exception& error) {
+    Report(caller, error);
+  }
 }
 
 // Closes for Connect and Disconnect, which have the last word. What HeadClosed opens is closed again, and told again;
 // nothing is begun from there any more, or it might never end.
-void Head::Private::_CloseForGood() {
-  _Close();
-  if (!_socket.IsOpen()) return;
-  struct Ending {
-    explicit Ending(bool& state) : flag(state) { flag = true; }
-    ~Ending() { flag = false; }
-    bool& flag;
-  } ending(_ending);
-  _Close();
+void Head::Private::_CloseForGood(const char* caller) {
+  _Close(caller);
+  _ending = true;
+  _Close(caller);
+  _ending = false;
 }
 
 void Head::Private::_Tell(const std::string& message) const {
-  if (_verbose) std::cout << message;
+  if (_verbose) std::cout << message << std::flush;
 }
 
 Head::Head(Listener* listener, bool verbose) : Head(listener, kAnalyserType, kAnalyserPort, verbose) {}
@@ -400,12 +351,14 @@ Head::Head(Listener* listener, bool verbose) : Head(listener, kAnalyserType, kAn
 Head::Head(Listener* listener, const std::string& serviceType, bool verbose)
     : Head(listener, serviceType, 0, verbose) {}
 
-Head::Head(Listener* listener, const std::string& serviceType, int port, bool verbose)
-    : _private(new Private(listener, serviceType, port, verbose), &Private::Dispose) {}
+Head::Head(Listener* listener, const std::string& serviceType, int port, bool verbose) {
+  const auto link = std::make_shared<Private>(listener, serviceType, port, verbose);
+  _private = {link.get(), [link](Private*) { link->LetGo(); }};
+}
 
 Head::Head(Listener* listener, int port, bool verbose) : Head(listener, std::string(), port, verbose) {}
 
-// A callback may destroy this very handle: what it is called for stays, by way of Dispose.
+// A callback may destroy this very handle.
 void Head::Connect(std::string target) {
   _private->Connect(std::move(target));
 }
@@ -420,6 +373,10 @@ void Head::Send(const std::string& text) {
 
 void Head::ExpectBLOB(unsigned int size) {
   _private->ExpectBLOB(size);
+}
+
+BonjourResolver& Head::Resolver() {
+  return _private->Resolver();
 }
 
 bool Head::IsConnected() const {

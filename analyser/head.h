@@ -16,22 +16,23 @@
 //
 // The queue has no limit, and neither has the length of a line.
 //
-// Errors: no failure of the network or of a look-up is thrown. What a listener throws while the link reads, writes or
-// starts to connect is caught and closes the socket; an exception out of HeadClosed may pass to the caller of Connect
-// or Disconnect, which then has not taken effect: the old target is tried again; or to that of Poll. Messages go to
-// standard output, those on progress only when `verbose` is set.
+// Errors: no failure of the network or of a look-up is thrown. Neither is what a listener throws, from whatever call: it
+// is told and ends the connection, and out of HeadOpened it makes the attempt a failed one. Out of HeadClosed it has no
+// effect, as the connection has ended by then. Messages go to standard output and are flushed; those on progress come
+// only when `verbose` is set.
 
 #pragma once
 
 #include <memory>
 #include <string>
 
+class BonjourResolver;
+
 class Head {
  public:
-  // Any of these may call everything here, and may let go of the last handle, so that no more calls come; who does that
-  // must not run the loop before the call has returned. The link
-  // looks after each call whether its socket is still the same: lines that were cut already but belong to one that is
-  // closed wait in the buffer for the next connection.
+  // Any of these may call everything here, and may let go of the last handle, so that no more calls come. The link looks
+  // after each call whether its socket is still the same: lines that were cut already but belong to one that is closed
+  // wait in the buffer for the next connection.
   class Listener {
    public:
     virtual ~Listener() noexcept(false) = default;
@@ -67,6 +68,11 @@ class Head {
 
   // The next `size` bytes of input come as one block, those that are here already included; 0: a line is next.
   void ExpectBLOB(unsigned int size);
+
+  // What the browse has found, looked up at each attempt. An owner that knows of a host which doesn't announce itself may
+  // add it. An instrument that comes back under another address or port without having said goodbye isn't noticed, and
+  // nothing is from the moment the Avahi daemon of this host ends: a new Head finds both (net/bonjourclient.h).
+  BonjourResolver& Resolver();
 
   bool IsConnected() const;
   std::string ConnectedTo() const;  // the last target, connected or not
