@@ -16,10 +16,10 @@
 //
 // The queue has no limit, and neither has the length of a line.
 //
-// Errors: no failure of the network or of a look-up is thrown. Neither is what a listener throws, from whatever call: it
-// is told and ends the connection, and out of HeadOpened it makes the attempt a failed one. Out of HeadClosed it has no
-// effect, as the connection has ended by then. Messages go to standard output and are flushed; those on progress come
-// only when `verbose` is set.
+// Errors: no failure of the network or of a look-up is thrown. Neither is what a listener throws, from whatever call:
+// it is told and ends the connection, and out of HeadOpened it makes the attempt a failed one. Out of HeadClosed it has
+// no effect, as the connection has ended by then. Messages go to standard output and are flushed; those on progress
+// come only when `verbose` is set.
 
 #pragma once
 
@@ -30,9 +30,9 @@ class BonjourResolver;
 
 class Head {
  public:
-  // Any of these may call everything here, and may let go of the last handle, so that no more calls come. The link looks
-  // after each call whether its socket is still the same: lines that were cut already but belong to one that is closed
-  // wait in the buffer for the next connection.
+  // Any of these may call everything here, and may let go of the last handle, so that no more calls come. The link
+  // looks after each call whether its socket is still the same: lines that were cut already but belong to one that is
+  // closed wait in the buffer for the next connection.
   class Listener {
    public:
     virtual ~Listener() noexcept(false) = default;
@@ -69,9 +69,9 @@ class Head {
   // The next `size` bytes of input come as one block, those that are here already included; 0: a line is next.
   void ExpectBLOB(unsigned int size);
 
-  // What the browse has found, looked up at each attempt. An owner that knows of a host which doesn't announce itself may
-  // add it. An instrument that comes back under another address or port without having said goodbye isn't noticed, and
-  // nothing is from the moment the Avahi daemon of this host ends: a new Head finds both (net/bonjourclient.h).
+  // What the browse has found, looked up at each attempt. An owner that knows of a host which doesn't announce itself
+  // may add it. An instrument that comes back under another address or port without having said goodbye isn't noticed,
+  // and nothing is from the moment the Avahi daemon of this host ends: a new Head finds both (net/bonjourclient.h).
   BonjourResolver& Resolver();
 
   bool IsConnected() const;
