@@ -157,7 +157,7 @@ void BonjourClientImpl::_Resolved(AvahiServiceResolver* resolver, AvahiIfIndex i
       self._Error(std::string("Unable to resolve service: ") + name + ": " +
                   avahi_strerror(avahi_client_errno(self._client)) + "\n");
   });
-  // Once is enough: whatever changes later comes as a new event of the browser.
+  // Each event resolves once, on purpose: what changes behind a name that stays is not heard of.
   avahi_service_resolver_free(resolver);
 }
 

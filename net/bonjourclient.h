@@ -11,9 +11,16 @@
 // Nothing here throws. All problems are told to ServiceError, and the object carries on without the function that has
 // failed. Without a running daemon the client is an empty shell that does nothing.
 //
-// A daemon that ends later, and its new start, are not followed, on purpose: nothing is told, and nothing new is found
-// or lost until Clear() and a new Browse(), while what a BonjourResolver knows stays. Who has to find newcomers for
-// months does so from a timer. Never right from the ServiceError that tells of a missing daemon: it comes back at once.
+// Two things are not followed, on purpose, and nothing is told of them:
+//
+// - Each service is resolved once, when it appears. When it gets another address or port and its name stays, no event
+//   comes.
+// - When the daemon ends, nothing new is found or lost any more, also after its new start.
+//
+// Clear() and a new Browse() find what is there by then. But a BonjourResolver that goes on listening adds the new
+// addresses to those it had, and in an order that has nothing to do with age. Who has to follow an instrument for
+// months makes both anew, client and resolver, when it can't be reached; a Head has both, so it takes a new Head. Never
+// right from the ServiceError that tells of a missing daemon: it comes back at once.
 
 #pragma once
 

@@ -10,6 +10,7 @@
 #include "tests/support/avahi_hosts.h"
 #include "tests/support/error_text.h"
 #include "tests/support/poll_runner.h"
+#include "tests/support/virtual_time.h"
 
 using testing::ElementsAre;
 
@@ -53,38 +54,45 @@ const AvahiPoll& api = *_avahi_poll_get();
 TEST(AvahiPoll, GivesEachWatchOfADescriptorItsOwnEvents) {
   const int fd = eventfd(1, EFD_CLOEXEC);  // readable and writable
   std::vector<int> got;
-  std::function<void(int)> action = [&](int event) { got.push_back(event); };
-  AvahiWatch* const read = api.watch_new(&api, fd, AVAHI_WATCH_IN, Watched, &action);
-  AvahiWatch* const write = api.watch_new(&api, fd, AVAHI_WATCH_OUT, Watched, &action);
+  AvahiWatch *read = nullptr, *write = nullptr;
+  std::function<void(int)> action = [&](int event) {
+    got.push_back(event);
+    got.push_back(api.watch_get_events(event == AVAHI_WATCH_IN ? read : write));  // 0 in the callback, on purpose
+  };
+  read = api.watch_new(&api, fd, AVAHI_WATCH_IN, Watched, &action);
+  write = api.watch_new(&api, fd, AVAHI_WATCH_OUT, Watched, &action);
+  EXPECT_EQ(fd, read->Fileno());
   PollPasses(1);
-  EXPECT_THAT(got, ElementsAre(AVAHI_WATCH_IN, AVAHI_WATCH_OUT));
+  EXPECT_THAT(got, ElementsAre(AVAHI_WATCH_IN, 0, AVAHI_WATCH_OUT, 0));
+  EXPECT_EQ(AVAHI_WATCH_IN, api.watch_get_events(read));
+  EXPECT_EQ(AVAHI_WATCH_OUT, api.watch_get_events(write));
   // The first is freed in the callback of the second, and that one in its own.
   api.watch_update(read, AVAHI_WATCH_ERR);
-  action = [&](int event) { got.push_back(event), api.watch_free(read), api.watch_free(write); };
+  action = [&](int event) { got = {event}, api.watch_free(read), api.watch_free(write); };
   PollPasses(2);
-  EXPECT_THAT(got, ElementsAre(AVAHI_WATCH_IN, AVAHI_WATCH_OUT, AVAHI_WATCH_OUT));
+  EXPECT_THAT(got, ElementsAre(AVAHI_WATCH_OUT));
   close(fd);
 }
 
-TEST(BonjourResolver, KeepsATableByName) {
-  BonjourResolver table;
-  const SocketAddress ipv4("10.77.0.2"), ipv6("fe80::2");
-  table.AddService("head-1", "_a._tcp", "local", 3, "one.local", ipv6, {{"k", "v"}});
-  table.AddService("HEAD-1", "_a._tcp", "local", 3, "other.local", ipv6, {});
-  table.AddService("head-1", "_b._tcp", "local", 4, "two.local", ipv4, {{"k", "w"}});
-  EXPECT_TRUE(table.Changed());
-  const BonjourResolver::HostInfo& found = *table.Lookup("Head-1");
-  EXPECT_EQ("head-1 _a._tcp one.local", found.name + ' ' + found.type + ' ' + found.host);
-  EXPECT_THAT(found.addresses, ElementsAre(ipv4, ipv6));
-  EXPECT_EQ((Txt{{"k", "v"}}), found.txt);
-
-  table.RemoveService("head-1", "_c._tcp", "elsewhere");
-  EXPECT_EQ("HEAD-1", table.Lookup("head-1")->name);
-
-  // A type that is left out takes the name with it, now and later.
-  table.ExcludeType("_x._tcp");
-  for (const char* type : {"_x._tcp", "_a._tcp"}) table.AddService("HEAD-1", type, "local", 3, "one.local", ipv6, {});
-  EXPECT_EQ(nullptr, table.Lookup("head-1"));
+TEST(AvahiPoll, FiresADeadlineOnceAndBearsNull) {
+  VirtualTime time;
+  int fired = 0;
+  const auto count = [](AvahiTimeout*, void* counter) { ++*static_cast<int*>(counter); };
+  AvahiTimeout* const timeout = api.timeout_new(&api, nullptr, count, &fired);
+  for (const auto& [seconds, expected] : {std::pair(-5, 1), {1, 2}, {3, 2}}) {  // from now; what is past is due
+    const timeval deadline = {::time(nullptr) + seconds, 0};
+    api.timeout_update(timeout, &deadline);
+    PollFor(1'000);
+    api.timeout_update(timeout, nullptr);
+    EXPECT_TRUE(timeout->IsRegistered() && !timeout->IsActive());
+    PollFor(4'000);
+    EXPECT_EQ(expected, fired);
+  }
+  for (AvahiTimeout* each : {timeout, static_cast<AvahiTimeout*>(nullptr)}) api.timeout_free(each);
+  api.timeout_update(nullptr, nullptr);
+  api.watch_update(nullptr, AVAHI_WATCH_IN);
+  api.watch_free(nullptr);
+  EXPECT_EQ(0U, api.watch_get_events(nullptr) + _avahi_watch_count() + _avahi_timeout_count());
 }
 
 // Every operation on a client that has no daemon, or no listener to tell.
@@ -140,8 +148,12 @@ TEST_F(Discovery, FindsResolvesAndLosesAServiceOfAnotherHost) {
   EXPECT_EQ(strange, finder.Lookup("strange")->txt);
   EXPECT_EQ(nullptr, finder.Lookup("later"));
 
+  // Each service is resolved once, when it appears.
+  hosts->Readdress(1, 8);
   waiting.Commit();
   ASSERT_TRUE(finder.Finds("later", 2));
+  EXPECT_EQ(2U, finder.Lookup("head-1")->addresses.size());
+  EXPECT_EQ(6, finder.added);
   hosts->Withdraw(1, "strange");
   offering.Clear();
   EXPECT_TRUE(Until([&] { return finder.Hosts().size() == 1; }));
@@ -149,29 +161,49 @@ TEST_F(Discovery, FindsResolvesAndLosesAServiceOfAnotherHost) {
 }
 
 TEST_F(Discovery, TellsWhatTheDaemonCantTakeOrFind) {
-  hosts->Publish(1, "nowhere", kType, 7, {}, "nowhere.local");
-  for (const std::string type : {"", "_x\xFF._tcp", "_x._tcp\xC3", "_\xE0\x80\x80._tcp", "_\xF4\x90\x80\x80._tcp"}) {
+  hosts->Publish(1, "far", kType, 7, {}, AvahiHosts::kFarName);
+  for (const std::string type : {"", "_x\xFF._tcp"}) {
     finder.errors.clear();
     client->Browse(type);
     client->Register("name", type, "", 1, {}, false);
     EXPECT_THAT(finder.errors,
                 ElementsAre("Unable to browse service type: " + type, "Unable to add service type: " + type));
   }
+  const std::string error = "Unable to add service type: " + std::string(kType), long_text(300, 'x');
   BonjourClient other(&finder);
   other.Register("taken", kType, "", 1, {}, true);
-  finder.errors.clear();
-  const std::string long_text(300, 'x');
-  for (const std::string& name : {std::string(), std::string("\xFF"), long_text, std::string("taken")})
-    client->Register(name, kType, "", 2, {}, false);
-  for (const int port : {-1, 65536}) client->Register("name", kType, "", port, {}, false);
-  client->Register("name", kType, "", 1, {{"key", long_text}}, false);
-  EXPECT_EQ(7U, finder.errors.size());
-  client->Commit();  // of nothing
+  // Text is UTF-8, and no longer than a label of the domain name system.
+  const std::pair<std::vector<std::string>, bool> names[] = {
+      {{"\xC2\x80\xDF\xBF", "\xE0\xA0\x80\xED\x9F\xBF\xEE\x80\x80", "\xF0\x90\x80\x80\xF4\x8F\xBF\xBD", "\x7F"}, true},
+      {{"", long_text, "taken", std::string("a\0b", 3), "\x80", "\xBF", "\xC3", "\xC3 ", "\xC3\xC3", "\xC1\xBF"},
+       false},
+      {{"\xE2\x82", "\xE0\x9F\xBF", "\xED\xA0\x80", "\xED\xBF\xBF", "\xF0\x8F\xBF\xBF", "\xF4\x90\x80\x80",
+        "\xF8\x88\x80\x80\x80"},
+       false}};
+  const auto errors = [&](const std::string& name, int port, const Txt& txt) {
+    finder.errors.clear();
+    client->Register(name, kType, "", port, txt, false);
+    return finder.errors;
+  };
+  for (const auto& [texts, good] : names)
+    for (const std::string& name : texts)
+      EXPECT_EQ(std::vector<std::string>(good ? 0 : 1, error), errors(name, 2, {})) << testing::PrintToString(name);
+  for (const int port : {-1, 65536}) EXPECT_THAT(errors("port", port, {}), ElementsAre(error));
+  for (const int port : {0, 65535}) EXPECT_THAT(errors(std::to_string(port), port, {}), ElementsAre());
+  EXPECT_THAT(errors("name", 1, {{"key", long_text}}), ElementsAre(error));
+  client->Commit();
+  EXPECT_THAT(finder.errors, ElementsAre(error));
+  client->Commit();  // of what is published already
   EXPECT_EQ("Unable to register services", finder.errors.back());
 
+  // It has no IPv4 address, and an address of the whole world, which belongs to no interface.
   finder.errors.clear();
-  EXPECT_TRUE(Until([&] { return finder.errors.size() == 2; }));
-  EXPECT_EQ("Unable to resolve service: nowhere: Timeout reached\n", finder.errors.back());
+  EXPECT_TRUE(Until([&] { return !finder.errors.empty(); }));
+  EXPECT_EQ("Unable to resolve service: far: Timeout reached\n", finder.errors.back());
+  SocketAddress far(AvahiHosts::kFarAddress);
+  far.Port(7);
+  ASSERT_NE(nullptr, finder.Lookup("far"));
+  EXPECT_THAT(finder.Lookup("far")->addresses, ElementsAre(far));
 }
 
 TEST_F(Discovery, OutlivesDaemonAndBus) {

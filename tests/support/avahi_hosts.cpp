@@ -88,6 +88,7 @@ AvahiHosts::AvahiHosts() : _hosts(2) {
     host.folder = _folder / Name(i);
     _folder.Write(Name(i) + "/bus.conf", "<busconfig><listen>unix:path=" + host.folder + "/bus" + kBusSettings);
     _folder.Write(Name(i) + "/avahi-daemon.conf", "[server]\nhost-name=" + Name(i) + kDaemonSettings);
+    _folder.Write(Name(i) + "/hosts", std::string(kFarAddress) + ' ' + kFarName + '\n');
     fs::create_directory(host.folder + "/services");
     host.machine = std::make_unique<Program>("unshare --net --mount sh -ec 'mount -t tmpfs none /run; mount --bind " +
                                              host.folder + " /etc/avahi; echo ready; exec sleep infinity'");
@@ -130,6 +131,11 @@ void AvahiHosts::InNetwork(int host, const std::function<void()>& body) const {
   close(other);
   if (!entered) throw std::runtime_error("no way into the network of " + Name(host));
   body();
+}
+
+void AvahiHosts::Readdress(int host, int number) const {
+  Command(_On(host) + "sh -ec 'ip addr flush dev eth0; ip addr add " + IPv4(number) + "/24 dev eth0; ip addr add " +
+          LinkLocal(number) + "/64 dev eth0 nodad'");
 }
 
 void AvahiHosts::Publish(int host, const std::string& name, const std::string& type, int port,

@@ -37,6 +37,11 @@ class AvahiHosts {
   static std::string IPv4(int host) { return "10.77.0." + std::to_string(host + 1); }
   static std::string LinkLocal(int host) { return "fe80::77:" + std::to_string(host + 1); }
   static std::string Name(int host) { return "moorlog-" + std::to_string(host); }
+  // A name that its daemon gives for a global IPv6 address, which is on no interface.
+  static constexpr const char* kFarName = "far.local";
+  static constexpr const char* kFarAddress = "2001:db8::7";
+  // The host gets the addresses of the given number instead of its own, without a word from its services.
+  void Readdress(int host, int number) const;
 
   // Puts a service that no program registers into the daemon's folder, or takes it out again. TXT strings as they are,
   // in which all behind a "=" is given in hexadecimal digits: "key=414243". `at`: the host the service is on, the
