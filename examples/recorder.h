@@ -8,6 +8,10 @@
 // there again. Files that a kill or a power cut has left under their working name are finished when the recorder finds
 // the disk: renamed to ".txt", so that they are reclaimed like others, or deleted where they are empty.
 //
+// When no data line has come for five minutes, for want of a connection or on one that stands, the link is built anew.
+// It follows an instrument that has got another address, one that lost its power and so never ended the connection, and
+// a new start of the Avahi daemon, none of which a link notices by itself.
+//
 // Thread: the poll loop's.
 
 #pragma once
@@ -23,6 +27,7 @@
 #include <vector>
 
 #include "analyser/ch4device.h"
+#include "examples/timer.h"
 #include "logging/logger.h"
 #include "logging/reclaimer.h"
 #include "runtime/datachecksum.h"
@@ -50,11 +55,13 @@ class Recorder : public CH4Device, private PollTimer {
     _logger.SetSplitSeconds(settings.split_seconds);
   }
 
-  void ConnectToName(const std::string& service) { GetHead().Connect(service); }
-  // A link that doesn't browse takes the place of the one that does.
+  void ConnectToName(const std::string& service) {
+    _port = 0;
+    _BuildLink(service);
+  }
   void ConnectToAddress(const std::string& host, int port) {
-    GetHead() = Head(this, port, _settings.verbose);
-    GetHead().Connect(host);
+    _port = port;
+    _BuildLink(host);
   }
 
   // That went to a file so far.
@@ -66,6 +73,7 @@ class Recorder : public CH4Device, private PollTimer {
       _logger.SetDATAH(line);
     } else if (line.starts_with("DATA\t") && CheckSumAgrees(line)) {
       _SetTime();
+      _patience.SetTimeout(kPatience);
       _logger.WriteDATA(line, _now);
       if (_logger.USBState() == Logger::StateLogging) ++_lines;
     }
@@ -73,6 +81,15 @@ class Recorder : public CH4Device, private PollTimer {
   }
 
  private:
+  static constexpr int kPatience = 300'000;  // milliseconds
+
+  // By name, or without browsing.
+  void _BuildLink(const std::string& target) {
+    GetHead() = _port > 0 ? Head(this, _port, _settings.verbose) : Head(this, _settings.verbose);
+    GetHead().Connect(target);
+    _patience.SetTimeout(kPatience);
+  }
+
   // Once a minute. A full disk ends the file, so that the next one finds the room that the reclaimer makes.
   void HandleTimeout() override {
     constexpr int kMinute = 60'000;  // milliseconds
@@ -145,6 +162,8 @@ class Recorder : public CH4Device, private PollTimer {
   }
 
   const Settings _settings;
+  int _port = 0;  // of a link without browsing; 0: the link browses
+  Timer _patience{-1, [this] { _BuildLink(GetHead().ConnectedTo()); }};
   Logger _logger;
   Reclaimer _reclaimer;
   std::string _columns;  // the last DATAH line

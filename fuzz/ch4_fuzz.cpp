@@ -20,8 +20,11 @@ namespace {
 
 template <class Number>
 Number NumberOf(const std::string& word) {
+  static std::istringstream stream;  // making one takes longer than reading from it
+  stream.clear();
+  stream.str(word);
   Number number = 0;
-  std::istringstream(word) >> number;
+  stream >> number;
   return number;
 }
 
