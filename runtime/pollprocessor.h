@@ -13,9 +13,9 @@
 //
 // Callbacks: a handler may register, unregister, re-arm and change any client, itself included, and an unregistered
 // client is not called again in that pass. The client whose handler is running must stay alive until the call has
-// returned; any other one may be destroyed. (A timer, and an item in its HandleEvents, may go as the handler's last act.)
-// An exception leaves Poll and reaches the host; the loop stays usable, and what was picked and not reached is taken up:
-// signals, timers and events in the next pass, idle work in the next quiet one.
+// returned; any other one may be destroyed. (A timer, and an item in its HandleEvents, may go as the handler's last
+// act.) An exception leaves Poll and reaches the host; the loop stays usable, and what was picked and not reached is
+// taken up: signals, timers and events in the next pass, idle work in the next quiet one.
 //
 // The destructors of the bases may throw because a derived class may have to report a failing close from its own.
 
