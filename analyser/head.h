@@ -69,9 +69,9 @@ class Head {
   // The next `size` bytes of input come as one block, those that are here already included; 0: a line is next.
   void ExpectBLOB(unsigned int size);
 
-  // What the browse has found, looked up at each attempt; an owner that knows of a host which doesn't announce itself may
-  // add it. An instrument that gets another address or port under its old name isn't found there, and after the end of
-  // this host's Avahi daemon no newcomer is: both take a new Head (net/bonjourclient.h).
+  // What the browse has found, looked up at each attempt; an owner that knows of a host which doesn't announce itself
+  // may add it. An instrument that gets another address or port under its old name isn't found there, and after the
+  // end of this host's Avahi daemon no newcomer is: both take a new Head (net/bonjourclient.h).
   BonjourResolver& Resolver();
 
   bool IsConnected() const;
