@@ -72,6 +72,36 @@ void SoilInstrument::CutLine() {
   HangUp();
 }
 
+void SoilInstrument::Misbehave(int which) {
+  constexpr int kAway = 20 * 60;  // seconds
+  switch (which) {
+    case 0:
+      return SetName("somebody");
+    case 1:
+      return HangUp();
+    case 2:
+      return HangUpAfter(static_cast<int>(_commands.size() % 24));
+    case 3:
+      return CutLine();
+    case 4:
+      return Interrupt();
+    case 5:
+      return SetClockError(_clock_ahead - 4'321);
+    case 6:
+      return Reset();
+    case 7:
+      return Stop();
+    case 8:
+      Refuse();
+      HangUp();
+      _away = kAway;
+      return;
+    default:
+      Stall(true);
+      _away = kAway;
+  }
+}
+
 void SoilInstrument::GotLine(const std::string& command) {
   if (_hang_up_after == 0) {
     _hang_up_after = -1;
@@ -123,6 +153,10 @@ void SoilInstrument::_BeginFile() {
 
 void SoilInstrument::HandleTimeout() {
   AddTimeout(_settings.data * kSecond);
+  if (_away > 0 && (_away -= _settings.data) <= 0) {
+    Stall(false);
+    Listen();
+  }
   _Advance();
   if (!IsJammed() && !IsStalled()) Send(_DataLine());
 }

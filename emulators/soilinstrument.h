@@ -49,6 +49,9 @@ class SoilInstrument : public LineServer, public PollTimer {
   void Interrupt();                               // stops, with an error
   void HangUpAfter(int commands) { _hang_up_after = commands; }  // so many commands on; 0: with the next
   void CutLine();                                                // half a data line, and hangs up
+  // One of kMisbehaviours: the ones above, whatever LineServer can do, and a stop.
+  static constexpr int kMisbehaviours = 10;
+  void Misbehave(int which);
 
   // The text of the report, as it is before its special characters are escaped.
   static std::string Report(const Observation& observation);
@@ -83,4 +86,5 @@ class SoilInstrument : public LineServer, public PollTimer {
   std::vector<Observation> _finished;
   std::vector<std::string> _copied, _commands;
   int _hang_up_after = -1;  // negative: never
+  int _away = 0;            // seconds until it takes connections and sends again
 };

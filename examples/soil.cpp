@@ -116,20 +116,7 @@ class Demonstration {
 
   void _MakeTrouble() {
     _trouble.AddTimeout(kTrouble);
-    switch (_kind++ % 6) {
-      case 0:
-        return _instrument.CutLine();
-      case 1:
-        return _instrument.Stop();
-      case 2:
-        return _instrument.SetName("somebody");
-      case 3:
-        return _instrument.Interrupt();
-      case 4:
-        return _instrument.HangUpAfter(8);
-      default:
-        return _instrument.Reset();
-    }
+    _instrument.Misbehave(_kind++ % SoilInstrument::kMisbehaviours);
   }
 
   VirtualTime _time{time(nullptr)};
