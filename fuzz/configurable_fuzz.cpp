@@ -1,8 +1,8 @@
 // Any bytes, as documents into a tree with one of each kind of thing, beside a plain second form of the tree: the same
 // answers and errors, the same values, presences, change marks and counts, and the same bytes left unread.
 //
-// The first byte chooses: pretty or compact, errors answered or thrown, and which form of the tree is compared at the
-// end.
+// The first byte chooses: pretty or compact, errors answered or thrown, nothing or everything marked as changed, as it
+// is in a new tree, and which form of the tree is compared at the end.
 
 #include <algorithm>
 #include <cstddef>
@@ -43,14 +43,15 @@ struct Entry : ConfigurableInteger {
 
 struct Tree : ConfigurableComposite {
   Tree() : ConfigurableComposite("L") {
-    add(text), add(number), add(fruit), add(section), add(fixed), add(raw), add(list);
+    add(text), add(number), add(fruit), add(section), add(fixed), add(sealed), add(raw), add(list);
     section.add(same[0]), section.add(same[1]), section.add(locked), section.add(same[2]);
     number.add_attribute(pitch), number.add_attribute(sticky);
     section.add_attribute(word);
     same[1]._set_enabled(false), sticky._set_enabled(false);
     fixed._set_read_only(true), raw._set_raw(true), locked._set_locked(true);
+    sealed._set_read_only(true), sealed._set_locked(true);
   }
-  ConfigurableString text{"a", "x"}, fixed{"f", "f"}, raw{"r", "'"}, locked{"k", ""}, word{"w", "v"};
+  ConfigurableString text{"a", "x"}, fixed{"f", "f"}, raw{"r", "'"}, locked{"k", ""}, word{"w", "v"}, sealed{"b", "b"};
   ConfigurableInteger number{"n", 5, 0, 9}, pitch{"p", 3, -9, 9};
   ConfigurableMultipleChoice fruit{"c", kFruits, 0};
   Configurable sticky{"s"};
@@ -104,7 +105,8 @@ Node TreeNode() {
   locked.locked = true;
   section.children = {NumberNode("g", 1), disabled, locked, NumberNode("g", 3)};
   Node fixed{Kind::kText, "f", "f", "string:f"}, raw{Kind::kText, "r", "'", "string:'"};
-  fixed.fixed = true;
+  Node sealed{Kind::kText, "b", "b", "string:b"};
+  fixed.fixed = sealed.fixed = sealed.locked = true;
   raw.raw = true;
   Node root{Kind::kSection, "L", "", ""};
   root.children = {{Kind::kText, "a", "x", "string:x"},
@@ -112,6 +114,7 @@ Node TreeNode() {
                    {Kind::kFruit, "c", "apple", "apple|banana|<&>"},
                    section,
                    fixed,
+                   sealed,
                    raw,
                    {Kind::kList, "l", "", ""}};
   return root;
@@ -440,8 +443,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Node node = TreeNode();
   Link(node);
   tree._set_throw_on_error(throws);
-  tree._set_changed(false);
-  ClearChanged(node);
+  const auto clear = [&] {
+    tree._set_changed(false);
+    ClearChanged(node);
+  };
+  if ((data[0] & 4) != 0) clear();
 
   for (int document = 0; document < 8 && in.peek() != EOF; ++document) {
     Plain plain(node, pretty, throws, in_again);
@@ -465,14 +471,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     RequireSame(tree, node);
     in.clear();
     in_again.clear();
-    if (document % 2 == 0) continue;
-    tree._set_changed(false);
-    ClearChanged(node);
+    if (document % 2 == 1) clear();
   }
 
   std::ostringstream out;
   Configurable::set_compact(out, !pretty);
-  const Form form = static_cast<Form>(data[0] / 4 % 3);
+  const Form form = static_cast<Form>(data[0] / 8 % 3);
   form == Form::kWhole ? tree.configuration(out) : form == Form::kChanges ? tree.changed(out) : tree.doctype(out);
   Plain plain(node, pretty, false, in_again);
   plain.WriteInContext(node, form);

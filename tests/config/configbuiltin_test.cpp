@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <locale>
 
+#include "config/configtimestamp.h"
 #include "config/doc5500common.h"
 #include "tests/config/sample_tree.h"
 #include "tests/support/error_text.h"
@@ -37,11 +39,12 @@ TEST(ValueItems, ReadClampRefuseAndReport) {
       {"<Float>infinity</Float><Double>+inf</Double>",
        "<Error Param=\"Float\">unable to read float</Error><Error Param=\"Double\">unable to read double</Error>"},
       {"<Float>junk&query_item;8</Float>", "<Error Param=\"Float\">unable to read float</Error>"},  // not the 8
-      {"<Float>0</Float>", ""},
+      {"<Float>0</Float><flag>true</flag><range>5</range><text>x</text>", ""},
       {"<CF>inf</CF><CD>-inf</CD>", "<CF>5.5</CF><CD>-5.5</CD>"},
       {"<CF>nan</CF><SF>-inf</SF><SD>inf</SD>", "<CF>nan</CF><SF>-5.5</SF><SD>5.5</SD>"},
       {"<flag>false junk</flag>", "<flag>false</flag>"},
       {"<flag>yes</flag>", "<Error Param=\"flag\">invalid bool</Error>"},
+      {"<flag>\" \"</flag>", "<Error Param=\"flag\">unable to read bool</Error>"},
       {"<range>1</range><any>-5x</any>", "<range>2</range><any>-5</any>"},
       {"<range>5000000000</range><any>-5000000000</any>", "<range>9</range><any>-2147483648</any>"},
       {"<any>x</any>", "<Error Param=\"any\">unable to read integer</Error>"},
@@ -59,52 +62,61 @@ TEST(ValueItems, ReadClampRefuseAndReport) {
   EXPECT_EQ("<text>a</text>", Answer(doc, std::string("<T><text>a\0b</text>&query_changes_item;</T>", 43)));
 }
 
-// Whatever the sign of the board's NaN.
+// Whatever the sign of the board's NaN. A range of one value refuses that one as well: it lies neither above nor below.
 TEST(ConfigurableReal, NaNMarksAChangeOrIsRefused) {
   TestDoc doc;
   for (int changes = 1; changes < 3; ++changes) {
     doc.clamped.set(-std::nanf(""));
     EXPECT_EQ(changes, doc.clamped.get_change_count());
   }
-  ConfigurableDouble nan("N", -std::nan(""));
+  ConfigurableDouble nan("N", -std::nan("")), three("D", 3, 3, 3, true);
   EXPECT_EQ("<CF>nan</CF>", Answer(doc, "<T>&query_changes_item;</T>"));
   EXPECT_EQ("<N>{double:nan}</N>", Answer(nan, "&query_doctype;"));
   EXPECT_EQ("ConfigurableFloat: range error", ErrorText([&] { Answer(doc, "<T><SF>nan</SF></T>"); }));
   EXPECT_EQ("ConfigurableDouble: range error", ErrorText([&] { Answer(doc, "<T><SD>nan</SD></T>"); }));
-}
-
-TEST(ValueItems, SayThatAStreamHasFailed) {
-  TestDoc doc;
-  Lunch lunch;
-  ConfigIPAddress address("address", "1.2.3.4");
-  const std::pair<Configurable*, const char*> rows[] = {{&doc.flag, ""},
-                                                        {&doc.real, ""},
-                                                        {&doc.any, "unable to read integer"},
-                                                        {&doc.text, "unable to read string\n"},
-                                                        {&lunch, "unable to read choice\n"},
-                                                        {&address, "unable to read IP address\n"}};
-  for (const auto& [item, said] : rows) {
-    std::istringstream failed("7");
-    failed.setstate(std::ios_base::failbit);
-    std::ostringstream errors;
-    item->read(failed, errors);
-    EXPECT_EQ(said, errors.str());
-    EXPECT_EQ(0, item->get_change_count());
-  }
+  EXPECT_EQ("ConfigurableDouble: range error", ErrorText([&] { three.set(3); }));
 }
 
 TEST(ValueItems, TakeTheirDefaultsAsGivenUntilTheyAreSet) {
   TestDoc doc;
   EXPECT_EQ(9, doc.strict.get());
-  doc.strict.set_to_default();
-  EXPECT_EQ(5.5, doc.strict.get());
-  ConfigurableInteger from("i", 50, 0);
+  doc.set_to_default();
+  EXPECT_EQ("<SF>5.5</SF><SD>5.5</SD>", Answer(doc, "<T>&query_changes_item;</T>"));
+  Answer(doc, "<T><flag>false</flag><range>9</range><any>6</any><text>y</text></T>");
+  doc.set_to_default();
+  EXPECT_TRUE(doc.flag.get() && doc.range.get() == 5 && doc.any.get() == 5 && doc.text.get() == "x");
+  ConfigurableInteger from("i", 50, 0), to("i", 50, std::numeric_limits<std::int32_t>::min(), 9);
   EXPECT_EQ("<i>{integer:50;0...2147483647}</i>", Answer(from, "&query_doctype;"));
+  EXPECT_EQ("<i>{integer:50;-2147483648...9}</i>", Answer(to, "&query_doctype;"));
   Lunch lunch;
   for (const int index : {-1, 0, 6}) lunch.set(index);
   EXPECT_EQ(0, lunch.get_change_count());
   lunch.set(5);
   EXPECT_EQ("translate<>&'\"", lunch.get_str());
+  lunch.set_to_default();
+  EXPECT_EQ(0, lunch.get());
+}
+
+TEST(ValueItems, KnowNothingOfALocaleThatTheProgramHasSet) {
+  struct Comma : std::numpunct<char> {
+    char do_decimal_point() const override { return ','; }
+    std::string do_grouping() const override { return "\1"; }
+  };
+  struct Restored {
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Comma));
+    ~Restored() { std::locale::global(before); }
+  } restored;
+  ConfigurableDate date("D", 0.0);
+  TestDoc doc;
+  doc.add(date);
+  EXPECT_EQ("<Float>1.25</Float><range>9</range><any>123456</any><D>2024-12-31</D>",
+            Answer(doc,
+                   "<T><Float>1.25</Float><range>1234</range><any>123456</any><D>2024-12-31</D>"
+                   "&query_changes_item;</T>"));
+  EXPECT_EQ("{double:1;-5.5...5.5}", Answer(doc, "<T><CD>&query_doctype_item;</CD></T>"));
+  ConfigCfgClock clock;
+  clock.TimeDate(clock.TimeDate());
+  EXPECT_EQ("1970-01-01", clock.date.get());
 }
 
 }  // namespace
