@@ -2,11 +2,15 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <fstream>
+#include <iostream>
 #include <map>
+#include <memory>
 
 #include "config/doc5500.h"
 #include "config/docmoorlog.h"
+#include "tests/support/child_process.h"
 
 namespace {
 
@@ -17,24 +21,44 @@ std::string Block(std::istream& page) {
   return block;
 }
 
-TEST(Documentation, EveryExchangeIsTrue) {
-  std::ifstream page(std::string(MOORLOG_SOURCE_DIR) + "/docs/configuration.md");
-  auto document = std::make_unique<DocMoorlog>();
-  std::string line, answer;
-  int exchanges = 0;
-  while (std::getline(page, line)) {
-    if (line.rfind("## ", 0) == 0) document = std::make_unique<DocMoorlog>();
-    if (line == "```send") {
-      std::istringstream in(Block(page));
-      std::ostringstream out;
-      document->configure_and_send_events(in, out);
-      answer = out.str().substr(out.str().find_first_not_of('\n')) + "\n";
-    } else if (line == "```answer") {
-      EXPECT_EQ(Block(page), answer);
-      ++exchanges;
+// Without the line break in front, and with one behind it.
+std::string Answer(DocMoorlog& document, const std::string& text) {
+  std::istringstream in(text);
+  std::ostringstream out;
+  document.configure_and_send_events(in, out);
+  const std::string answer = out.str();
+  return answer.empty() ? "" : answer.substr(answer.find_first_not_of('\n')) + "\n";
+}
+
+// A line of dots at the end stands for any more.
+void ExpectShown(const std::string& shown, const std::string& answer, const std::string& sent) {
+  const std::size_t dots = std::min(shown.find("..."), shown.size());
+  const std::string whole = shown.substr(0, shown.find_last_not_of('\t', dots - 1) + 1);
+  EXPECT_EQ(whole, dots == shown.size() ? answer : answer.substr(0, whole.size())) << sent;
+}
+
+// In a child, and each exchange alone in a child of its own: the list of zones is that of the process.
+TEST(Documentation, EveryExchangeIsTrueAloneAndInSession) {
+  const auto result = RunInChild([] {
+    std::ifstream page(std::string(MOORLOG_SOURCE_DIR) + "/docs/configuration.md");
+    DocMoorlog session;
+    std::string line, sent, alone, in_session;
+    int exchanges = 0;
+    while (std::getline(page, line)) {
+      if (line == "```send") {
+        sent = Block(page);
+        alone = RunInChild([&] { std::cout << Answer(*std::make_unique<DocMoorlog>(), sent); }).output;
+        in_session = Answer(session, sent);
+        ++exchanges;
+      } else if (line.starts_with("```answer")) {
+        const std::string shown = Block(page);
+        if (!line.ends_with("session")) ExpectShown(shown, alone, sent);
+        if (!line.ends_with("alone")) ExpectShown(shown, in_session, sent);
+      }
     }
-  }
-  EXPECT_LE(9, exchanges);
+    EXPECT_LE(20, exchanges);
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
 }
 
 // For each section its items in order, with what they take and their values.
