@@ -1,13 +1,30 @@
 #include "config/configbuiltin.h"
 
 #include <algorithm>
-#include <cmath>
 #include <istream>
 #include <ostream>
 #include <stdexcept>
 #include <utility>
 
 #include "config/configvisitor.h"
+#include "runtime/numbertext.h"
+
+namespace {
+
+// Numbers as a stream of the classic locale writes them, whatever stream they go to.
+std::string Text(std::int32_t value) {
+  std::string text;
+  AppendInteger(text, value);
+  return text;
+}
+
+std::string Text(double value) {
+  std::string text;
+  AppendDouble(text, value);
+  return text;
+}
+
+}  // namespace
 
 ConfigurableBool::ConfigurableBool(std::string name, bool value)
     : Configurable(std::move(name)), _value(value), _default(value) {}
@@ -44,7 +61,7 @@ ConfigurableInteger::ConfigurableInteger(std::string name, std::int32_t value, s
     : Configurable(std::move(name)), _value(value), _min(min), _max(max), _default(value) {}
 
 void ConfigurableInteger::_set(std::int64_t value) {
-  const auto clamped = static_cast<std::int32_t>(value < _min ? _min : value >= _max ? _max : value);
+  const auto clamped = static_cast<std::int32_t>(std::clamp<std::int64_t>(value, _min, _max));
   if (clamped == _value) return;
   _value = clamped;
   _set_changed(true);
@@ -61,14 +78,13 @@ std::istream& ConfigurableInteger::read(std::istream& in, std::ostream& errors) 
 }
 
 std::ostream& ConfigurableInteger::write(std::ostream& out) const {
-  return out << std::to_string(_value);
+  return out << Text(_value);
 }
 
 std::ostream& ConfigurableInteger::write_doctype(std::ostream& out) const {
   using Limits = std::numeric_limits<std::int32_t>;
-  out << "integer:" << std::to_string(_default);
-  if (_min != Limits::min() || _max != Limits::max())
-    out << ';' << std::to_string(_min) << "..." << std::to_string(_max);
+  out << "integer:" << Text(_default);
+  if (_min != Limits::min() || _max != Limits::max()) out << ';' << Text(_min) << "..." << Text(_max);
   return out;
 }
 
@@ -87,12 +103,6 @@ template <class Number>
 constexpr const char* kRangeError = "ConfigurableFloat: range error";
 template <>
 constexpr const char* kRangeError<double> = "ConfigurableDouble: range error";
-
-// A computed NaN has its sign bit set on some boards and not on others; a document has one word for it.
-template <class Number>
-Number OneNaN(Number value) {
-  return std::isnan(value) ? std::numeric_limits<Number>::quiet_NaN() : value;
-}
 
 }  // namespace
 
@@ -153,13 +163,13 @@ std::istream& ConfigurableReal<Number>::read(std::istream& in, std::ostream& err
 
 template <class Number>
 std::ostream& ConfigurableReal<Number>::write(std::ostream& out) const {
-  return out << OneNaN(_value);
+  return out << Text(_value);
 }
 
 template <class Number>
 std::ostream& ConfigurableReal<Number>::write_doctype(std::ostream& out) const {
-  out << kTypeName<Number> << ':' << OneNaN(_default);
-  if (_range != Range::kNone) out << ';' << _min << "..." << _max;
+  out << kTypeName<Number> << ':' << Text(_default);
+  if (_range != Range::kNone) out << ';' << Text(_min) << "..." << Text(_max);
   return out;
 }
 

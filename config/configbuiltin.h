@@ -32,8 +32,8 @@ class ConfigurableBool : public Configurable {
   const bool _default;
 };
 
-// A decimal integer, clamped to its range: a value outside is never refused. The default itself isn't clamped until
-// set_to_default takes it.
+// A decimal integer, clamped to its range: a value outside is never refused, as long as it fits 64 bits. The default
+// itself isn't clamped until set_to_default takes it.
 class ConfigurableInteger : public Configurable {
  public:
   ConfigurableInteger(std::string name, std::int32_t value, std::int32_t min = std::numeric_limits<std::int32_t>::min(),

@@ -1,12 +1,11 @@
 #include "config/configtimestamp.h"
 
-#include <initializer_list>
-#include <iomanip>
 #include <istream>
 #include <ostream>
 #include <utility>
 
 #include "config/configvisitor.h"
+#include "config/fields.h"
 
 namespace {
 
@@ -14,30 +13,6 @@ constexpr char kTimeForm[] = "HH:MM:SS";
 constexpr char kHourMinutesForm[] = "HH:MM";
 constexpr char kDateForm[] = "YYYY-MM-DD";
 constexpr char kYearMonthForm[] = "YYYY-MM";
-
-// Integers with a separator between each two; another character in its place fails like a field that is no integer.
-bool ReadFields(std::istream& in, char separator, std::initializer_list<int*> fields) {
-  for (const auto* field = fields.begin(); field != fields.end(); ++field) {
-    char c = separator;
-    if (field != fields.begin() && in >> c && c != separator) in.setstate(std::ios_base::failbit);
-    in >> **field;
-  }
-  return !in.fail();
-}
-
-struct Field {
-  int value;
-  int width;
-};
-
-std::ostream& WriteFields(std::ostream& out, char separator, std::initializer_list<Field> fields) {
-  out.fill('0');
-  for (const auto* field = fields.begin(); field != fields.end(); ++field) {
-    if (field != fields.begin()) out << separator;
-    out << std::setw(field->width) << field->value;
-  }
-  return out << std::setfill(' ');
-}
 
 // The whole seconds of the minute; 0 for a value so far out that it has none.
 int SecondOf(const Timestamp& value) {
@@ -90,7 +65,7 @@ std::istream& ConfigurableTime::read(std::istream& in, std::ostream& errors) {
 }
 
 std::ostream& ConfigurableTime::write(std::ostream& out) const {
-  return WriteFields(out, ':', {{get().hour(), 2}, {get().min(), 2}, {SecondOf(get()), 2}});
+  return out << WrittenFields(':', {{get().hour(), 2}, {get().min(), 2}, {SecondOf(get()), 2}});
 }
 std::ostream& ConfigurableTime::write_doctype(std::ostream& out) const {
   return out << kTimeForm;
@@ -110,7 +85,7 @@ std::istream& ConfigurableTime_HourMinutes::read(std::istream& in, std::ostream&
 }
 
 std::ostream& ConfigurableTime_HourMinutes::write(std::ostream& out) const {
-  return WriteFields(out, ':', {{get().hour(), 2}, {get().min(), 2}});
+  return out << WrittenFields(':', {{get().hour(), 2}, {get().min(), 2}});
 }
 std::ostream& ConfigurableTime_HourMinutes::write_doctype(std::ostream& out) const {
   return out << kHourMinutesForm;
@@ -131,7 +106,7 @@ std::istream& ConfigurableDate::read(std::istream& in, std::ostream& errors) {
 }
 
 std::ostream& ConfigurableDate::write(std::ostream& out) const {
-  return WriteFields(out, '-', {{get().year(), 4}, {get().month(), 2}, {get().day(), 2}});
+  return out << WrittenFields('-', {{get().year(), 4}, {get().month(), 2}, {get().day(), 2}});
 }
 std::ostream& ConfigurableDate::write_doctype(std::ostream& out) const {
   return out << kDateForm;
@@ -151,7 +126,7 @@ std::istream& ConfigurableDate_YearMonth::read(std::istream& in, std::ostream& e
 }
 
 std::ostream& ConfigurableDate_YearMonth::write(std::ostream& out) const {
-  return WriteFields(out, '-', {{get().year(), 4}, {get().month(), 2}});
+  return out << WrittenFields('-', {{get().year(), 4}, {get().month(), 2}});
 }
 std::ostream& ConfigurableDate_YearMonth::write_doctype(std::ostream& out) const {
   return out << kYearMonthForm;

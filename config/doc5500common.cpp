@@ -1,15 +1,15 @@
 #include "config/doc5500common.h"
 
-#include <array>
 #include <cstdint>
 #include <ctime>
-#include <iomanip>
+#include <initializer_list>
 #include <limits>
 #include <locale>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
 
+#include "config/fields.h"
 #include "runtime/errnoexcept.h"
 
 ConfigDocumentSection::ConfigDocumentSection(std::string name) : ConfigurableComposite(std::move(name)) {
@@ -77,25 +77,13 @@ std::ostream& ConfigIPAddress::write_doctype(std::ostream& out) const {
 
 namespace {
 
-using ThreeNumbers = std::array<int, 3>;
-
 constexpr int kFirstYear = 1900;  // of tm_year
 
 // What stands behind the third number is not looked at.
-bool Read(const std::string& text, char separator, ThreeNumbers& numbers) {
+bool Read(const std::string& text, char separator, std::initializer_list<int*> numbers) {
   std::istringstream in(text);
   in.imbue(std::locale::classic());
-  char first = 0;
-  char second = 0;
-  return (in >> numbers[0] >> first >> numbers[1] >> second >> numbers[2]) && first == separator && second == separator;
-}
-
-std::string Written(std::int64_t first, int width, char separator, int second, int third) {
-  std::ostringstream out;
-  out.imbue(std::locale::classic());
-  out << std::setfill('0') << std::setw(width) << first;
-  for (const int number : {second, third}) out << separator << std::setw(2) << number;
-  return out.str();
+  return ReadFields(in, separator, numbers);
 }
 
 }  // namespace
@@ -109,19 +97,15 @@ ConfigCfgClock::ConfigCfgClock() : ConfigurableComposite("clock") {
 
 long ConfigCfgClock::TimeDate() const {
   constexpr int kLeast = std::numeric_limits<int>::min() + kFirstYear;
-  ThreeNumbers ymd;
-  if (!Read(date.get(), '-', ymd) || ymd[0] < kLeast || ymd[1] < kLeast)
-    throw std::runtime_error("Invalid date format (should be YYYY-MM-DD): " + date.get());
-  ThreeNumbers hms;
-  if (!Read(time.get(), ':', hms)) throw std::runtime_error("Invalid time format (should be HH:MM:SS): " + time.get());
-
+  int year = 0;
+  int month = 0;
   std::tm local{};
-  local.tm_year = ymd[0] - kFirstYear;
-  local.tm_mon = ymd[1] - 1;
-  local.tm_mday = ymd[2];
-  local.tm_hour = hms[0];
-  local.tm_min = hms[1];
-  local.tm_sec = hms[2];
+  if (!Read(date.get(), '-', {&year, &month, &local.tm_mday}) || year < kLeast || month < kLeast)
+    throw std::runtime_error("Invalid date format (should be YYYY-MM-DD): " + date.get());
+  if (!Read(time.get(), ':', {&local.tm_hour, &local.tm_min, &local.tm_sec}))
+    throw std::runtime_error("Invalid time format (should be HH:MM:SS): " + time.get());
+  local.tm_year = year - kFirstYear;
+  local.tm_mon = month - 1;
   local.tm_isdst = -1;
   return std::mktime(&local);
 }
@@ -130,8 +114,9 @@ void ConfigCfgClock::TimeDate(long seconds) {
   const std::time_t moment = seconds;
   const std::tm* local = std::localtime(&moment);
   if (local == nullptr) throw ErrnoError("Invalid time");
-  const std::string hms = Written(local->tm_hour, 2, ':', local->tm_min, local->tm_sec);
-  const std::string ymd = Written(std::int64_t{local->tm_year} + kFirstYear, 4, '-', local->tm_mon + 1, local->tm_mday);
+  const std::string hms = WrittenFields(':', {{local->tm_hour, 2}, {local->tm_min, 2}, {local->tm_sec, 2}});
+  const std::int64_t year = std::int64_t{local->tm_year} + kFirstYear;
+  const std::string ymd = WrittenFields('-', {{year, 4}, {local->tm_mon + 1, 2}, {local->tm_mday, 2}});
   time.set(hms);
   date.set(ymd);
 }
