@@ -106,10 +106,14 @@ TEST(ValueItems, KnowNothingOfALocaleThatTheProgramHasSet) {
     const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Comma));
     ~Restored() { std::locale::global(before); }
   } restored;
+  struct Streamed : Configurable {
+    using Configurable::Configurable;
+    std::ostream& write(std::ostream& out) const override { return out << 1234.5; }
+  } streamed("W");
   ConfigurableDate date("D", 0.0);
   TestDoc doc;
-  doc.add(date);
-  EXPECT_EQ("<Float>1.25</Float><range>9</range><any>123456</any><D>2024-12-31</D>",
+  doc.add(date), doc.add(streamed);
+  EXPECT_EQ("<Float>1.25</Float><range>9</range><any>123456</any><D>2024-12-31</D><W>1234.5</W>",
             Answer(doc,
                    "<T><Float>1.25</Float><range>1234</range><any>123456</any><D>2024-12-31</D>"
                    "&query_changes_item;</T>"));
