@@ -32,7 +32,7 @@ TEST(Recorder, FinishesWhatWasLeft) {
 }
 
 TEST(Recorder, NothingLandsWhereTheDiskHasGoneFrom) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
   const TempDirectory board;
   const std::string place = board / "usb";
   MkDirectory(place);
