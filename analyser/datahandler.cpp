@@ -142,6 +142,7 @@ void DataHandler::_TellWithColumns(LineOperation operation, ColumnsOperation col
   const size_t count = _listeners.size();
   for (size_t i = 0; i < count; ++i) {
     (_listeners[i]->*operation)(line);
-    (_listeners[i]->*columns_operation)(i + 1 < count ? columns : std::move(columns));
+    if (i + 1 == count) return (_listeners[i]->*columns_operation)(std::move(columns));  // nobody needs them any more
+    (_listeners[i]->*columns_operation)(columns);
   }
 }

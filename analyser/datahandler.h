@@ -42,7 +42,7 @@ class DataHandler {
   // in further lines.
   class Listener {
    public:
-    virtual ~Listener() = default;
+    virtual ~Listener() noexcept(false) = default;
     virtual void DataHandler_Connected(std::string /*peer*/) {}
     virtual void DataHandler_Disconnected() {}
     // What the two texts say is up to the owner, who hands them in.

@@ -25,7 +25,7 @@ class Doc5500 : public ConfigurableComposite {
     enum class BT_Control { kOff, kOn, kDACCount };       // of the laser's block
     enum class AuxType { kPoly, kSteinhart, kLinearRT };
 
-    virtual ~Listener() = default;
+    virtual ~Listener() noexcept(false) = default;
     virtual void GotTempRange(TempRange) {}
     virtual void GotOutputRate(int /*rate*/) {}  // data lines a second
     virtual void GotCalCH4ZeroCmd() {}

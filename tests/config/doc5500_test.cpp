@@ -16,6 +16,7 @@ class Doc5500Events : public testing::Test {
     setenv("TZ", "UTC0", 1);
     document.RegisterListener(&recorder);
   }
+  ~Doc5500Events() noexcept override {}
   // What the listener hears of a document; the marks are cleared in front of it.
   std::string Hear(const std::string& text) {
     document._set_changed(false);
