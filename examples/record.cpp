@@ -20,8 +20,8 @@
 #include "emulators/analyser.h"
 #include "examples/commandline.h"
 #include "examples/recorder.h"
+#include "examples/target.h"
 #include "examples/timer.h"
-#include "net/socketaddress.h"
 #include "runtime/errnoexcept.h"
 #include "runtime/pollprocessor.h"
 
@@ -30,27 +30,12 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kSecond = 1'000;  // milliseconds
-constexpr int kPort = 5500;
 
 struct Options {
   std::string target;  // empty: the emulator
   Recorder::Settings settings;
   int seconds = 0;  // 0: no end
 };
-
-bool IsAddress(const std::string& text, SocketFamily family) {
-  try {
-    return SocketAddress(text).Family() == family;
-  } catch (const std::exception&) {
-    return false;
-  }
-}
-
-// A link goes over IPv6 where the name of an analyser leads there, and then knows the interface.
-std::string CheckTarget(const std::string& target) {
-  if (!IsAddress(target.substr(0, target.find('%')), FamilyIPv6)) return "";
-  return "'" + target + "' is an IPv6 address: give an IPv4 address, or the name that the analyser is announced under";
-}
 
 // The file's whole path becomes a word of zip's command line, which takes some characters for a pattern.
 std::string CheckDirectory(const std::string& directory) {
@@ -167,7 +152,7 @@ int main(int argc, char** argv) try {
   if (demonstration)
     recorder.ConnectToAddress(demonstration->Host(), demonstration->Port());
   else if (IsAddress(options.target, FamilyIPv4))
-    recorder.ConnectToAddress(options.target, kPort);
+    recorder.ConnectToAddress(options.target, kAnalyserPort);
   else
     recorder.ConnectToName(options.target);
   RunLoop(options.seconds);
