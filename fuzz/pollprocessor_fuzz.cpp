@@ -61,7 +61,7 @@ class World {
         Create(kind, slot, (value & 8) != 0);
         break;
       case 1:
-        if (_running == std::pair(kind, slot))  // has to outlive its own call
+        if (_running == std::pair(kind, slot) && kind != kTimer)  // has to outlive its own call
           UnRegister(kind, slot);
         else
           Destroy(kind, slot);
