@@ -1,8 +1,9 @@
 // Any bytes into the logger's document: afterwards every value is within its range, and a second document that is sent
 // what the first one answers to "&query_changes;" has the same values.
 //
-// But for what the text layer loses by its nature: white space at the ends of a text, an empty text, and what reads as
-// an entity: a text such as "&amp;lt;" holds "&lt;", is written as it stands, and comes back as "<".
+// But for what the text layer loses by its nature: white space at the ends of a text, an empty text, one in braces (a
+// NUL byte behind them lets it in), and what reads as an entity: a text such as "&amp;lt;" holds "&lt;", is written as
+// it stands, and comes back as "<".
 
 #include <cstddef>
 #include <cstdint>
@@ -43,6 +44,7 @@ bool Survives(const std::string& text) {
   constexpr char kWhite[] = " \t\n\v\f\r";
   const std::size_t ampersand = text.find('&');
   return !text.empty() && text.find_first_of(kWhite) != 0 && text.find_last_of(kWhite) != text.size() - 1 &&
+         (text.front() != '{' || text.back() != '}') &&
          (ampersand == std::string::npos || text.find(';', ampersand) == std::string::npos);
 }
 
