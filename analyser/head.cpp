@@ -66,8 +66,8 @@ class Head::Private : public PollItem, public PollTimer, public std::enable_shar
 
   int Fileno() const override { return _socket.Fileno(); }
   void HandleEvents(short revents) override;
-  void HandleRead() override { _Handle("HandleRead", &Private::_Read); }
-  void HandleWrite() override { _Handle("HandleWrite", &Private::_Write); }
+  void HandleRead() override { _Handle<&Private::_Read>("HandleRead"); }
+  void HandleWrite() override { _Handle<&Private::_Write>("HandleWrite"); }
   void HandleError() override { _Fail("HandleError"); }
   void HandleInvalid() override { _Fail("HandleInvalid"); }
   void HandleHangUp() override { _Fail("HandleHangUp"); }
@@ -85,7 +85,8 @@ class Head::Private : public PollItem, public PollTimer, public std::enable_shar
   void _Close(const char* caller);
   void _CloseForGood(const char* caller);
   void _Retry(const std::string& message);
-  void _Handle(const char* name, void (Private::*step)());
+  template <void (Private::*step)()>
+  void _Handle(const char* name);
   void _Fail(const char* name);
   short _PollAgain() const;
   void _Tell(const std::string& message) const;
@@ -243,7 +244,8 @@ short Head::Private::_PollAgain() const {
 }
 
 // What is thrown ends the connection, not the process.
-void Head::Private::_Handle(const char* name, void (Private::*step)()) {
+template <void (Head::Private::*step)()>
+void Head::Private::_Handle(const char* name) {
   try {
     (this->*step)();
   } catch (const std::exception& error) {

@@ -80,6 +80,17 @@ class Model {
     _Close();
     due = -1;
   }
+  // A new link in the world as it is.
+  void Renew() {
+    Model fresh;
+    fresh.on_event = on_event;
+    fresh.now = now;
+    fresh.events = events;
+    fresh.sent = sent;
+    fresh.listening = listening;
+    fresh.accepted = accepted;
+    *this = fresh;
+  }
   int Server() const { return target == kTargets[0] ? 0 : 1; }
 
   // What one pass of the loop does.
@@ -302,7 +313,7 @@ class Walk : public Head::Listener {
       case 4:
         return link.ExpectBLOB(detail);
       case 5:
-        if (detail == 0) link.LetGo();
+        if (detail < 2) link.LetGo();
         return;
       default:
         return;
@@ -359,6 +370,12 @@ class Walk : public Head::Listener {
       case 11:
       case 12:
         _time.Advance(detail * (deed == 11 ? 1'010 : 410));
+        return _Settle();
+      case 15:
+        if (_model.gone) {
+          _model.Renew();
+          _head.emplace(this, _servers[0].Port(), false);
+        }
         return _Settle();
       default:
         return _Settle();

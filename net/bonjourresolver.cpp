@@ -23,13 +23,20 @@ void BonjourResolver::AddService(std::string name, std::string type, std::string
     return;
   }
   if (_excluded_names.contains(name)) return;
-  const auto known = std::ranges::find(_hosts, name, [](const auto& info) { return info->name; });
-  if (known != _hosts.end())
-    (*known)->addresses.insert(address);
-  else
-    _hosts.push_back(std::make_shared<HostInfo>(
-        HostInfo{std::move(name), std::move(type), std::move(domain), interface, std::move(host), {address}, txt}));
   _changed = true;
+  const auto known = std::ranges::find(_hosts, name, [](const auto& info) { return info->name; });
+  if (known != _hosts.end()) {
+    (*known)->addresses.insert(address);
+    return;
+  }
+  const auto& info = _hosts.emplace_back(std::make_shared<HostInfo>());
+  info->name = std::move(name);
+  info->type = std::move(type);
+  info->domain = std::move(domain);
+  info->interface = interface;
+  info->host = std::move(host);
+  info->addresses = {address};
+  info->txt = txt;
 }
 
 void BonjourResolver::RemoveService(std::string name, std::string, std::string) {

@@ -5,6 +5,7 @@
 
 #include <csignal>
 #include <exception>
+#include <utility>
 
 #include "runtime/pollprocessor.h"
 #include "runtime/signalprocessor.h"
@@ -12,11 +13,9 @@
 namespace {
 
 void DropSigPipe() {
-  static const bool asked = [] {
-    PollProcessor::Instance().IgnoreSignal(SIGPIPE);
-    return true;
-  }();
-  static_cast<void>(asked);
+  static bool asked = false;
+  if (std::exchange(asked, true)) return;
+  PollProcessor::Instance().IgnoreSignal(SIGPIPE);
 }
 
 unsigned int Checked(ssize_t count, const char* text) {
@@ -24,17 +23,22 @@ unsigned int Checked(ssize_t count, const char* text) {
   return static_cast<unsigned int>(count);
 }
 
-// Runs a call that puts an address into `target`, which may be nullptr. The system writes into fresh storage, as it
-// may write fewer bytes than an older address has; the target changes only with a success that told an address.
-template <typename Call>
-auto Receive(SocketAddress* target, Call call) {
-  if (target == nullptr) return call(nullptr, nullptr);
-  SocketAddress fresh(SocketFamily::FamilyUnix);
-  socklen_t length = SocketAddress::_StorageLen();
-  const auto result = call(fresh._SockAddr(), &length);
-  if (result >= 0 && length > 0) *target = fresh;
-  return result;
-}
+// Where a call of the system puts an address for `target`, which may be nullptr. The system writes into fresh storage,
+// as it may write fewer bytes than an older address has; the target changes only with a success that told an address.
+class Received {
+ public:
+  explicit Received(SocketAddress* target) : _target(target) {}
+  sockaddr* Address() { return _target != nullptr ? _fresh._SockAddr() : nullptr; }
+  socklen_t* Length() { return _target != nullptr ? &_length : nullptr; }
+  void Keep() const {
+    if (_target != nullptr && _length > 0) *_target = _fresh;
+  }
+
+ private:
+  SocketAddress* const _target;
+  SocketAddress _fresh{SocketFamily::FamilyUnix};
+  socklen_t _length = SocketAddress::_StorageLen();
+};
 
 }  // namespace
 
@@ -50,13 +54,13 @@ void Socket::Open(Family family, Type type, int protocol) {
   DropSigPipe();
   _close();
   const int fileno = ::socket(family, type, protocol);
-  const int on = 1;
-  if (fileno < 0 || ::setsockopt(fileno, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) != 0) {
-    const int error = errno;
-    if (fileno >= 0) ::close(fileno);
-    throw ErrnoError("Socket: unable to create socket", error);
-  }
+  if (fileno < 0) throw ErrnoError("Socket: unable to create socket");
   _set_fileno(fileno);
+  const int on = 1;
+  if (::setsockopt(fileno, SOL_SOCKET, SO_REUSEADDR, &on, sizeof on) == 0) return;
+  const int error = errno;
+  _close();
+  throw ErrnoError("Socket: unable to create socket", error);
 }
 
 void Socket::Close() {
@@ -118,9 +122,12 @@ void Socket::Listen(int backlog) {
 
 Socket Socket::Accept(SocketAddress* peer) {
   _check_open();
-  const int fileno =
-      Receive(peer, [this](sockaddr* address, socklen_t* length) { return ::accept(Fileno(), address, length); });
-  if (fileno >= 0) return Socket(fileno);
+  Received address(peer);
+  const int fileno = ::accept(Fileno(), address.Address(), address.Length());
+  if (fileno >= 0) {
+    address.Keep();
+    return Socket(fileno);
+  }
   if (errno == ECONNABORTED) throw EConnAborted("Socket: client aborted connection");
   throw ErrnoError("Socket: accept error");
 }
@@ -128,15 +135,17 @@ Socket Socket::Accept(SocketAddress* peer) {
 void Socket::GetSockName(SocketAddress* address) {
   _check_open();
   if (address == nullptr) return;
-  const auto call = [this](sockaddr* name, socklen_t* length) { return ::getsockname(Fileno(), name, length); };
-  if (Receive(address, call) != 0) throw ErrnoError("Socket: getsockname error");
+  Received name(address);
+  if (::getsockname(Fileno(), name.Address(), name.Length()) != 0) throw ErrnoError("Socket: getsockname error");
+  name.Keep();
 }
 
 void Socket::GetPeerName(SocketAddress* address) {
   _check_open();
   if (address == nullptr) return;
-  const auto call = [this](sockaddr* name, socklen_t* length) { return ::getpeername(Fileno(), name, length); };
-  if (Receive(address, call) != 0) throw ErrnoError("Socket: getpeername error");
+  Received name(address);
+  if (::getpeername(Fileno(), name.Address(), name.Length()) != 0) throw ErrnoError("Socket: getpeername error");
+  name.Keep();
 }
 
 unsigned int Socket::Send(const void* data, unsigned int size, MsgFlags flags) {
@@ -167,8 +176,9 @@ unsigned int Socket::Recv(void* data, unsigned int size, MsgFlags flags) {
 
 unsigned int Socket::RecvFrom(SocketAddress* address, void* data, unsigned int size, MsgFlags flags) {
   _check_open();
-  return Checked(
-      Receive(address,
-              [&](sockaddr* from, socklen_t* length) { return ::recvfrom(Fileno(), data, size, flags, from, length); }),
-      "Socket: error in RecvFrom");
+  Received from(address);
+  const unsigned int count =
+      Checked(::recvfrom(Fileno(), data, size, flags, from.Address(), from.Length()), "Socket: error in RecvFrom");
+  from.Keep();
+  return count;
 }

@@ -100,7 +100,8 @@ TEST_F(HeadTest, ChoosesAmongTheAddressesOfAService) {
        "Got address: 127.0.0.1\nGot address: 127.0.0.2\nGot address: 2001:db8::1\nConnecting to: 127.0.0.2\n"},
       {{"127.0.0.1", "fe80::1", "fe80::2"},
        "Got address: 127.0.0.1\nGot address: fe80::1\nGot address: fe80::2\nConnecting to: fe80::2\n"
-       "Unable to connect\n"}};
+       "Unable to connect\n"},
+      {{"fe80::1"}, "Got address: fe80::1\nConnecting to: fe80::1\nUnable to connect\n"}};
   for (const auto& [addresses, text] : rows) {
     const CapturedOutput output;
     head = std::make_unique<Head>(this, "_none._tcp", true);
@@ -208,6 +209,10 @@ TEST_F(HeadTest, BelievesNoEventThatIsNotItsOwn) {
   Item().HandleEvents(POLLIN | POLLOUT | POLLERR | POLLHUP | POLLNVAL);
   PollFor(500);
   EXPECT_EQ("closed ", events);
+  PollItem& item = Item();
+  head->Disconnect();
+  item.HandleRead();
+  EXPECT_EQ("closed closed ", events);
 }
 
 }  // namespace

@@ -7,6 +7,7 @@
 
 #include "net/avahipoll.h"
 #include "net/bonjourclient.h"
+#include "net/bonjourclientimpl.h"
 #include "tests/support/avahi_hosts.h"
 #include "tests/support/error_text.h"
 #include "tests/support/poll_runner.h"
@@ -103,8 +104,12 @@ TEST(BonjourClient, IsAShellWithoutADaemon) {
     BonjourClient client(told);
     client.Browse(kType);
     client.Register("name", kType, "", 1, {}, true);
+    client.Commit();
     client.Clear();
   }
+  _AvahiStringList list;
+  list.AddString("");
+  EXPECT_EQ(nullptr, list.Get());
   const std::string error = "Unable to create Avahi client\n";
   EXPECT_THAT(listener.errors, ElementsAre(error, error));
 }

@@ -75,7 +75,9 @@ TEST(Socket, StreamsBothWaysAndKnowsItsEnds) {
     Socket accepted = server.Accept(&peer);
     EXPECT_EQ(NameOf(client), peer);
     EXPECT_EQ("Socket: accept error: Resource temporarily unavailable", ErrorText([&] { server.Accept(nullptr); }));
+    client.GetPeerName(nullptr);
     client.GetPeerName(&peer);
+    client.GetSockName(nullptr);
     EXPECT_EQ(NameOf(server), peer);
     char data[8];
     EXPECT_EQ(3U, client.Send("abc", 3, Socket::MsgNone));
