@@ -19,11 +19,11 @@ class Doc5500 : public ConfigurableComposite {
   // are whole seconds since midnight, as far as an int goes; what is no number is 0.
   class Listener {
    public:
-    enum class TempRange { kLow, kHigh };
-    enum class Control { kAuto, kOn, kOff };
-    enum class LC_Control { kAuto, kManual, kDACCount };  // of the laser's cooler
-    enum class BT_Control { kOff, kOn, kDACCount };       // of the laser's block
-    enum class AuxType { kPoly, kSteinhart, kLinearRT };
+    enum TempRange { TempRangeLow, TempRangeHigh };
+    enum Control { ControlAuto, ControlOn, ControlOff };
+    enum LC_Control { LC_Auto, LC_Manual, LC_DACCount };  // of the laser's cooler
+    enum BT_Control { BT_Off, BT_On, BT_DACCount };       // of the laser's block
+    enum AuxType { AuxPoly, AuxSteinhart, AuxLinearRT };
 
     virtual ~Listener() noexcept(false) = default;
     virtual void GotTempRange(TempRange) {}
