@@ -43,7 +43,7 @@ struct NetworkInterface {
   bool up = false;
   bool running = false;  // has a carrier; the kernel takes a moment to notice
   bool hasAddress = false;
-  int index = 0;         // from 1; that of its interface for a label
+  int index = 0;  // from 1; that of its interface for a label
   SocketAddress address{SocketAddress::FamilyIPv4};
   std::string hardwareAddress;  // "02:42:ac:11:00:02", the first six bytes
   bool isBridge = false;
