@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,6 +16,28 @@
 #include "tests/support/child_process.h"
 
 namespace {
+
+bool watched = false, forbidden = false;
+
+}  // namespace
+
+// What another thread had locked at a fork stays locked in the child, so a child that allocates may hang for ever.
+extern "C" void* __real__Znwm(size_t size);
+extern "C" void* __wrap__Znwm(size_t size) {
+  if (forbidden) _exit(99);
+  return __real__Znwm(size);
+}
+
+namespace {
+
+TEST(RunProgram, AllocatesNothingInTheChild) {
+  pthread_atfork(nullptr, nullptr, [] { forbidden = watched; });
+  watched = true;
+  EXPECT_EQ(3, RunProgram("/bin/sh -c 'exit 3' a b c d e f g h"));
+  EXPECT_EQ(127, RunProgram("/no/such/program/by/a/name/that/is/long"));
+  RunProgramAsDaemon("/bin/true");
+  watched = false;
+}
 
 TEST(RunProgram, GivesStatusAndOutput) {
   const std::string missing = "RunProgram got exception: Unable to exec ";
