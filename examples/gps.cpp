@@ -8,19 +8,14 @@
 //
 // A port that goes, as an adapter does that is pulled out, is opened again each second until it is back.
 
-#include <unistd.h>
-
-#include <csignal>
 #include <iomanip>
 #include <iostream>
 #include <optional>
-#include <stdexcept>
 #include <string>
 
 #include "emulators/gps_receiver.h"
 #include "examples/commandline.h"
-#include "examples/timer.h"
-#include "runtime/pollprocessor.h"
+#include "examples/portdevice.h"
 #include "serial/gpsdevice.h"
 
 namespace {
@@ -62,41 +57,6 @@ class Printer : public GPSDevice::Listener {
   bool _dated = false;
 };
 
-// A receiver on a port that may go and come back.
-class Receiver {
- public:
-  // Throws when the port can't be opened.
-  Receiver(const std::string& path, int type) : _path(path), _type(type) { _Open(); }
-
-  const Printer& Heard() const { return _printer; }
-
- private:
-  void _Open() {
-    _device.emplace(_path, _type, false, true);
-    _device->RegisterListener(&_printer);
-    _printer.ForgetDate();
-    std::cout << "listening to " << _path << std::endl;
-  }
-
-  void _Look() {
-    constexpr int kSecond = 1'000;  // milliseconds
-    _look.SetTimeout(kSecond);
-    if (_device && !_device->Reader().IsHungUp()) return;
-    _device.reset();
-    try {
-      _Open();
-    } catch (const std::runtime_error&) {
-      _device.reset();  // still away
-    }
-  }
-
-  const std::string _path;
-  const int _type;
-  Printer _printer;
-  std::optional<GPSDevice> _device;  // none while the port is away
-  Timer _look{0, [this] { _Look(); }};
-};
-
 struct Options {
   bool hemisphere = false;
   int fixes = 0;     // 0: no end
@@ -128,13 +88,16 @@ int main(int argc, char** argv) try {
     options.path = emulated->Path();
   }
 
-  // Who leads a session gets a hang-up when its port goes.
-  if (getsid(0) == getpid()) PollProcessor::Instance().IgnoreSignal(SIGHUP);
-
-  const Receiver receiver(options.path, options.hemisphere ? GPSDevice::TypeHemisphere : GPSDevice::TypeGarmin);
-  const Printer& heard = receiver.Heard();
-  RunLoop(options.seconds, [&] { return options.fixes > 0 && heard.Fixes() >= options.fixes; });
-  return LastLine({{"fixes", heard.Fixes()}, {"times", heard.Times()}});
+  Printer printer;
+  const int type = options.hemisphere ? GPSDevice::TypeHemisphere : GPSDevice::TypeGarmin;
+  const PortDevice<GPSDevice> receiver([&](std::optional<GPSDevice>& device) {
+    device.emplace(options.path, type, false, true);
+    device->RegisterListener(&printer);
+    printer.ForgetDate();
+    std::cout << "listening to " << options.path << std::endl;
+  });
+  RunLoop(options.seconds, [&] { return options.fixes > 0 && printer.Fixes() >= options.fixes; });
+  return LastLine({{"fixes", printer.Fixes()}, {"times", printer.Times()}});
 } catch (const std::exception& error) {
   std::cerr << "ERROR: " << error.what() << std::endl;
   return 1;
