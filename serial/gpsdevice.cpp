@@ -99,13 +99,12 @@ GPSDevice::GPSDevice(const std::string& device, int type, bool verbose, bool wan
     : PollTimer(-1, true),
       _devicePath(device),
       _gpsType(type),
+      _framer(kSentenceRoom),
       _control(device),
       _writer(device),
       _reader(device),
       _verbose(verbose),
       _wantSatellites(wantSatellites) {
-  _sentence.reserve(kSentenceRoom);
-  _spare.reserve(kSentenceRoom);
   _reader.RegisterListener(this);
   _ConfigGPS();
 }
@@ -193,25 +192,15 @@ void GPSDevice::_RestartAt38400() {
 }
 
 void GPSDevice::ReceivedChars(LinuxTTYReader&, const char* data, int length) {
-  for (const char* const end = data + length; data != end; ++data) {
-    const char* const run = data;
-    while (data != end && *data != '\r' && *data != '\n') ++data;
-    _sentence.append(run, data);
-    if (data == end) return;
-    if (*data == '\r') _EndSentence();
-  }
+  _framer.Take(data, length, [this](const std::string& sentence) { _EndSentence(sentence); });
 }
 
-// The sentence is taken out of the way first, as the listener may throw or feed characters.
-void GPSDevice::_EndSentence() {
-  std::string text = std::exchange(_sentence, std::move(_spare));
-  if (_verbose) std::cout << "GPS: " << text << std::endl;
-  if (_listener != nullptr && text.size() >= kShortest) _HandleMessage(text.data(), static_cast<int>(text.size()));
-  text.clear();
-  _spare = std::move(text);
+void GPSDevice::_EndSentence(const std::string& sentence) {
+  if (_verbose) std::cout << "GPS: " << sentence << std::endl;
+  if (_listener != nullptr && sentence.size() >= kShortest) _HandleMessage(sentence);
 }
 
-void GPSDevice::_HandleMessage(const char* text, int length) {
+void GPSDevice::_HandleMessage(std::string_view sentence) {
   struct Sentence {
     std::string_view name;
     void (GPSDevice::*handle)(FieldStream&);
@@ -219,7 +208,6 @@ void GPSDevice::_HandleMessage(const char* text, int length) {
   static constexpr Sentence kSentences[] = {
       {"GGA", &GPSDevice::_HandleGGA}, {"GSV", &GPSDevice::_HandleGSV}, {"RMC", &GPSDevice::_HandleRMC}};
 
-  const std::string_view sentence(text, length);
   const bool positioning = sentence.starts_with("$GP") && sentence[sentence.size() - 3] == '*';
   if (!positioning && !sentence.starts_with("$PGRMC")) return;
   // The sum doesn't matter for this: noise at a wrong rate never looks so.

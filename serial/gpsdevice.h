@@ -24,12 +24,14 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "runtime/measurementrecord.h"
 #include "runtime/pollprocessor.h"
 #include "runtime/timeval.h"
 #include "serial/linuxtty.h"
+#include "serial/messageframer.h"
 
 class FieldStream;
 
@@ -95,8 +97,8 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
   template <class Step>
   void _UnlessGone(Step step);
 
-  void _EndSentence();
-  void _HandleMessage(const char* text, int length);
+  void _EndSentence(const std::string& sentence);
+  void _HandleMessage(std::string_view sentence);
   void _HandleRMC(FieldStream& fields);
   void _HandleGGA(FieldStream& fields);
   void _HandleGSV(FieldStream& fields);
@@ -105,7 +107,7 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
 
   const std::string _devicePath;
   int _gpsType;
-  std::string _sentence;  // what has come of it so far
+  MessageFramer _framer;
   LinuxTTYControl _control;
   LinuxTTYWriter _writer;
   LinuxTTYReader _reader;
@@ -121,5 +123,4 @@ class GPSDevice : public LinuxTTYReader::Listener, public PollTimer {
   const bool _verbose;
   const bool _wantSatellites;
   std::vector<SatStatus> _satellites;  // of the group that is coming in, or of the last one
-  std::string _spare;                  // the storage that the next sentence is gathered in
 };

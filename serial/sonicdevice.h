@@ -17,7 +17,8 @@
 // it must not destroy the device. What it throws passes through, and the next message starts afresh.
 //
 // Errors: the constructor and SetBps throw std::runtime_error "Unable to configure Sonic: " and the path when the line
-// is refused, and pass on LinuxTTYBase::DeviceError.
+// is refused, and pass on LinuxTTYBase::DeviceError. Where the port itself has gone Reader().IsHungUp() tells the
+// owner, who makes the device anew.
 
 #pragma once
 
