@@ -39,6 +39,10 @@ class Ear : public DataHandler::Listener {
  public:
   Ear(const char* name, Heard& heard) : _name(name), _heard(heard) {}
 
+  void DataHandler_Connected(std::string peer) override { Hear("Connected", peer); }
+  void DataHandler_Disconnected() override { Hear("Disconnected", ""); }
+  void DataHandler_DiskMounted(std::string one, std::string two) override { Hear("DiskMounted", one + ',' + two); }
+  void DataHandler_DiskUnmounted(std::string one, std::string two) override { Hear("DiskUnmounted", one + ',' + two); }
   void DataHandler_GotLine(std::string line) override { Hear("GotLine", line); }
   void DataHandler_GotDATAHColumns(Columns columns) override { Hear("GotDATAHColumns", Joined(columns)); }
   void DataHandler_GotDATAColumns(Columns columns) override { Hear("GotDATAColumns", Joined(columns)); }
@@ -154,6 +158,12 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   DataHandler handler;
   handler.RegisterListener(&first);
   handler.RegisterListener(&second);
+  handler.DispatchConnected("head");
+  handler.DispatchDiskMounted("a", "b");
+  handler.DispatchDiskUnmounted("c", "d");
+  handler.DispatchDisconnected();
+  const Heard owner = {"Connected head", "DiskMounted a,b", "DiskUnmounted c,d", "Disconnected "};
+  for (size_t i = 0; i < 2 * owner.size(); ++i) Require(heard.at(i) == (i % 2 == 0 ? "1 " : "2 ") + owner[i / 2]);
   Plain plain;
   const auto ask = [&](const std::string& line) {
     heard.clear();

@@ -9,6 +9,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
+#include <set>
 #include <sstream>
 #include <stdexcept>
 #include <string>
@@ -233,6 +234,31 @@ void RequireReadable(const Doc5500& document) {
   RequireSame(document, again);
 }
 
+// Choices that stand for numbers, and the columns
+
+// Time and sum can't be turned off, and date and time are looked at also where the document doesn't have them.
+void RequireColumns(ConfigBoxData& data) {
+  data.date.set(!data.date.get());
+  std::set<std::string> names = {"old"}, expected;
+  data.GetTrueSet(names);
+  for (const Configurable* column : data.children()) {
+    std::string name;
+    for (const char c : column->get_name()) name += c >= 'a' && c <= 'z' ? static_cast<char>(c - 'a' + 'A') : c;
+    if (Text(*column) == "true") expected.insert(name);
+  }
+  if (data.date.get()) expected.insert("DATE");
+  if (data.time.get()) expected.insert("TIME");
+  Require(names == expected);
+  for (const char* name : {"SECONDS", "NANOSECONDS", "CHK"}) Require(names.count(name) == 1);
+}
+
+void RequireMeanings(Config5500& tn5500) {
+  Require(tn5500.output.get_rate() == std::stoi(Text(tn5500.output.rate)));
+  Require(tn5500.box.usb.split.get_seconds() == std::stoi(Text(tn5500.box.usb.split)) * 60);
+  RequireColumns(tn5500.box.output.data);
+  RequireColumns(tn5500.box.usb.data);
+}
+
 // The calibrations in force
 
 struct Record {
@@ -291,5 +317,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   }
   RequireReadable(document);
   RequireTrims(document.tn5500.cal);
+  RequireMeanings(document.tn5500);
   return 0;
 }

@@ -14,10 +14,6 @@ namespace {
 using testing::ElementsAre;
 
 struct Ear : DataHandler::Listener {
-  void DataHandler_Connected(std::string peer) override { heard.push_back("connected " + peer); }
-  void DataHandler_Disconnected() override { heard.emplace_back("disconnected"); }
-  void DataHandler_DiskMounted(std::string one, std::string two) override { heard.push_back(one + " on " + two); }
-  void DataHandler_DiskUnmounted(std::string one, std::string two) override { heard.push_back(one + " off " + two); }
   void DataHandler_GotDATA(std::string) override {
     if (then) then();
   }
@@ -30,18 +26,6 @@ struct Ear : DataHandler::Listener {
   std::vector<std::string> heard;
   std::function<void()> then;
 };
-
-// The lines themselves are the oracle's.
-TEST(DataHandler, PassesOnWhatItsOwnerHears) {
-  DataHandler handler;
-  Ear ear;
-  handler.RegisterListener(&ear);
-  handler.DispatchConnected("head");
-  handler.DispatchDiskMounted("a", "b");
-  handler.DispatchDiskUnmounted("c", "d");
-  handler.DispatchDisconnected();
-  EXPECT_THAT(ear.heard, ElementsAre("connected head", "a on b", "c off d", "disconnected"));
-}
 
 TEST(DataHandler, KeepsTheDocumentAndClearsBehindEachOne) {
   DataHandler handler;

@@ -91,40 +91,16 @@ TEST_F(Doc5500Events, RangesAndCommandsMarkAsTheyAreMeantTo) {
   EXPECT_EQ("", Hear(""));
 }
 
-TEST_F(Doc5500Events, AnswersAndTellsItsColumnsRatesAndPeriods) {
+TEST_F(Doc5500Events, AnswersByItsHiddenItems) {
   Configurable::set_compact(answers, true);
   document.Ack(answers);
   document._set_changed(false);
   static_cast<const Doc5500&>(document).Error(answers, "a < b");
   EXPECT_TRUE(document.has_changed() && document.tn5500.has_changed());
   EXPECT_FALSE(document.tn5500.IsConfigChanged());
-  Hear(
-      "<ack>&query_item;</ack><box><output><data><seconds>false</seconds><temp>false</temp></data></output><usb><data>"
-      "<nanoseconds>false</nanoseconds><chk>false</chk><date>false</date><msec>true</msec></data></usb></box>");
+  Hear("<ack>&query_item;</ack>");
   EXPECT_EQ("<tarno><tn5500><ack>true</ack></tn5500></tarno><tarno><tn5500><error>a &lt; b</error></tn5500></tarno>",
             answers.str());
-  std::set<std::string> names = {"old"}, all;
-  std::istringstream words(
-      "SECONDS NANOSECONDS DIAG CH4 CH4D PRESSURE RSSI DROPRATE AUX1 AUX2 AUX3 AUX4 AUX5 AUX6 AUX7 AUX8 "
-      "AUXTC1 AUXTC2 AUXTC3 CHK");
-  for (std::string word; words >> word;) all.insert(word);
-  document.tn5500.box.output.data.GetTrueSet(names);
-  EXPECT_EQ(all, names);
-  document.tn5500.box.output.data.date.set(true);
-  document.tn5500.box.output.data.GetTrueSet(names);
-  EXPECT_EQ(1U, names.count("DATE")) << "no part of the document, and still looked at";
-  all.insert({"MSEC", "TEMP", "TIME"});
-  document.tn5500.box.usb.data.GetTrueSet(names);
-  EXPECT_EQ(all, names);
-
-  for (const int rate : {0, 1, 2, 5, 10, 20, 40}) {
-    Hear("<output><rate>" + std::to_string(rate) + "</rate></output>");
-    EXPECT_EQ(rate, document.tn5500.output.get_rate());
-  }
-  for (const int minutes : {0, 15, 30, 60, 90, 120, 180, 240, 1440}) {
-    Hear("<box><usb><split>" + std::to_string(minutes) + "</split></usb></box>");
-    EXPECT_EQ(60 * minutes, document.tn5500.box.usb.split.get_seconds());
-  }
 }
 
 }  // namespace
