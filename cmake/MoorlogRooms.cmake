@@ -30,13 +30,23 @@ endif()
 # A program loads only the shared libraries that it uses, whatever its rooms could use.
 add_link_options(-Wl,--as-needed)
 
-# moorlog_room(NAME [NOT_INSTALLED] [LINKS target...]): the folder's sources as the static library moorlog::NAME.
+# moorlog_room(NAME [NOT_INSTALLED] [FILES source...] [LINKS target...]): the folder's sources as the static library
+# moorlog::NAME, which is also the name of a component of the installed package.
 #
 # A target is another room or the plain name of a system library, which users of the installed rooms link as well.
-# NOT_INSTALLED is for what only tests and examples use. A file in a room belongs to it, so the sources are found, not listed.
+# NOT_INSTALLED is for what only tests and examples use. A file in a room belongs to it, so the sources are found, not
+# listed; FILES are a part of the folder that is useful without the rest of it, and comes first.
 function(moorlog_room name)
-  cmake_parse_arguments(arg "NOT_INSTALLED" "" "LINKS" ${ARGN})
-  file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+  cmake_parse_arguments(arg "NOT_INSTALLED" "" "FILES;LINKS" ${ARGN})
+  if(arg_FILES)
+    set(sources ${arg_FILES})
+    list(TRANSFORM sources PREPEND "${CMAKE_CURRENT_SOURCE_DIR}/")
+    set_property(DIRECTORY APPEND PROPERTY moorlog_taken ${sources})
+  else()
+    file(GLOB sources CONFIGURE_DEPENDS "${CMAKE_CURRENT_SOURCE_DIR}/*.cpp")
+    get_property(taken DIRECTORY PROPERTY moorlog_taken)
+    list(REMOVE_ITEM sources ${taken})
+  endif()
   add_library(moorlog_${name} STATIC ${sources})
   add_library(moorlog::${name} ALIAS moorlog_${name})
   set_target_properties(moorlog_${name} PROPERTIES EXPORT_NAME ${name})
@@ -48,8 +58,9 @@ function(moorlog_room name)
                            $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/moorlog>)
   target_link_libraries(moorlog_${name} PUBLIC ${arg_LINKS} PRIVATE $<BUILD_INTERFACE:moorlog_own>)
   if(NOT arg_NOT_INSTALLED)
-    set_property(GLOBAL APPEND PROPERTY MOORLOG_BUILT_ROOMS ${name})
-    list(FILTER arg_LINKS EXCLUDE REGEX "::")
-    set_property(GLOBAL APPEND PROPERTY MOORLOG_SYSTEM_LIBS ${arg_LINKS})
+    cmake_path(GET CMAKE_CURRENT_SOURCE_DIR FILENAME folder)
+    set_property(GLOBAL APPEND PROPERTY MOORLOG_COMPONENTS ${name})
+    set_property(GLOBAL PROPERTY MOORLOG_FOLDER_${name} ${folder})
+    set_property(GLOBAL PROPERTY MOORLOG_LINKS_${name} ${arg_LINKS})
   endif()
 endfunction()

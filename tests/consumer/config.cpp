@@ -1,0 +1,7 @@
+#include <iostream>
+
+#include "config/docmoorlog.h"
+
+int main() {
+  DocMoorlog().configuration(std::cout);
+}
