@@ -10,12 +10,6 @@ namespace {
 
 using Choices = ConfigurableMultipleChoice::Choices;
 
-// The list of a class, filled by its first instance.
-const Choices& Filled(Choices& choices, std::initializer_list<const char*> texts) {
-  if (choices.empty()) choices.assign(texts.begin(), texts.end());
-  return choices;
-}
-
 // A choice that stands for a number.
 struct Meaning {
   const char* text;
@@ -39,17 +33,13 @@ constexpr int kAuxiliaries = 8;
 // What dac1 to dac6 show at first: indexes of ConfigCfgDacSrc.
 constexpr int kDacSources[] = {1, 3, 4, 5, 6, 2};
 
-void AddAll(ConfigurableComposite& section, std::initializer_list<Configurable*> children) {
-  for (Configurable* child : children) section.add(*child);
-}
-
 }  // namespace
 
 ConfigRate::ConfigRate(const Choices& choices) : ConfigurableMultipleChoice("rate", choices, kFastestRate) {}
 
 ConfigOutput::ConfigOutput() : ConfigurableComposite("output") {
   Filled(_rate_strings, _rate_ints, {{"0", 0}, {"1", 1}, {"2", 2}, {"5", 5}, {"10", 10}, {"20", 20}, {"40", 40}});
-  AddAll(*this, {&rate, &waveforms, &status, &dataclock, &dataclocksync});
+  _add_all({&rate, &waveforms, &status, &dataclock, &dataclocksync});
 }
 
 int ConfigOutput::get_rate() const {
@@ -58,9 +48,9 @@ int ConfigOutput::get_rate() const {
 
 ConfigBoxData::ConfigBoxData(bool with_date_time)
     : ConfigurableComposite("data"), date("date", with_date_time), time("time", with_date_time) {
-  AddAll(*this, {&msec, &seconds, &nanoseconds, &diag, &ch4, &ch4d, &temp, &pressure, &rssi, &droprate});
-  AddAll(*this, {&aux1, &aux2, &aux3, &aux4, &aux5, &aux6, &aux7, &aux8, &auxtc1, &auxtc2, &auxtc3, &chk});
-  if (with_date_time) AddAll(*this, {&date, &time});
+  _add_all({&msec, &seconds, &nanoseconds, &diag, &ch4, &ch4d, &temp, &pressure, &rssi, &droprate});
+  _add_all({&aux1, &aux2, &aux3, &aux4, &aux5, &aux6, &aux7, &aux8, &auxtc1, &auxtc2, &auxtc3, &chk});
+  if (with_date_time) _add_all({&date, &time});
   for (Configurable* column : {&seconds, &nanoseconds, &chk}) column->_set_read_only(true);
 }
 
@@ -77,11 +67,11 @@ void ConfigBoxData::GetTrueSet(std::set<std::string>& names) const {
 }
 
 ConfigBoxOutput::ConfigBoxOutput() : ConfigurableComposite("output") {
-  AddAll(*this, {&data, &waveforms, &status, &dataclock});
+  _add_all({&data, &waveforms, &status, &dataclock});
 }
 
 ConfigBoxUSBStatus::ConfigBoxUSBStatus()
-    : ConfigurableMultipleChoice("status", Filled(_choices, {"same_file", "separate_file", "off"}), 0) {}
+    : ConfigurableMultipleChoice("status", _filled(_choices, {"same_file", "separate_file", "off"}), 0) {}
 
 ConfigBoxUSBSplit::ConfigBoxUSBSplit()
     : ConfigurableMultipleChoice("split",
@@ -102,20 +92,20 @@ int ConfigBoxUSBSplit::get_seconds() const {
 }
 
 ConfigBoxUSB::ConfigBoxUSB() : ConfigurableComposite("usb") {
-  AddAll(*this, {&data, &status, &split, &zip});
+  _add_all({&data, &status, &split, &zip});
 }
 
 ConfigBox::ConfigBox() : ConfigurableComposite("box") {
-  AddAll(*this, {&output, &usb});
+  _add_all({&output, &usb});
 }
 
 ConfigCmd::ConfigCmd() : ConfigurableComposite("cmd") {
-  AddAll(*this, {&poll, &ch4zero, &ch4span, &calcommit, &calrollback, &calabort, &logusbstart, &logusbstop, &reboot,
-                 &polltest, &linelock});
+  _add_all({&poll, &ch4zero, &ch4span, &calcommit, &calrollback, &calabort, &logusbstart, &logusbstop, &reboot,
+            &polltest, &linelock});
 }
 
 ConfigCfgTempRange::ConfigCfgTempRange()
-    : ConfigurableMultipleChoice("temprange", Filled(_choices, {"low", "high"}), kTempRangeHigh) {}
+    : ConfigurableMultipleChoice("temprange", _filled(_choices, {"low", "high"}), kTempRangeHigh) {}
 
 std::istream& ConfigCfgTempRange::read(std::istream& in, std::ostream& errors) {
   ConfigurableMultipleChoice::read(in, errors);
@@ -124,32 +114,32 @@ std::istream& ConfigCfgTempRange::read(std::istream& in, std::ostream& errors) {
 }
 
 ConfigCfgAuxType::ConfigCfgAuxType()
-    : ConfigurableMultipleChoice("type", Filled(_choices, {"poly", "steinhart", "linear-rt"}), 0) {}
+    : ConfigurableMultipleChoice("type", _filled(_choices, {"poly", "steinhart", "linear-rt"}), 0) {}
 
 ConfigCfgAux::ConfigCfgAux(std::string name) : ConfigurableComposite(std::move(name)) {
-  AddAll(*this, {&type, &a0, &a1, &a2, &a3});
+  _add_all({&type, &a0, &a1, &a2, &a3});
 }
 
 ConfigCfgDacSrc::ConfigCfgDacSrc(int index)
     : ConfigurableMultipleChoice(
           "src",
-          Filled(_choices, {"set", "ch4d", "ch4", "temp", "pressure", "rssi", "droprate", "aux1", "aux2", "aux3",
-                            "aux4", "aux5", "aux6", "aux7", "aux8", "auxtc1", "auxtc2", "auxtc3"}),
+          _filled(_choices, {"set", "ch4d", "ch4", "temp", "pressure", "rssi", "droprate", "aux1", "aux2", "aux3",
+                             "aux4", "aux5", "aux6", "aux7", "aux8", "auxtc1", "auxtc2", "auxtc3"}),
           index) {}
 
 ConfigCfgDac::ConfigCfgDac(std::string name, int source) : ConfigurableComposite(std::move(name)), src(source) {
-  AddAll(*this, {&set, &src, &low, &high});
+  _add_all({&set, &src, &low, &high});
 }
 
 ConfigControl::ConfigControl() : ConfigControl("control") {}
 
 ConfigControl::ConfigControl(std::string name)
-    : ConfigurableMultipleChoice(std::move(name), Filled(_choices, {"auto", "on", "off"}), 0) {}
+    : ConfigurableMultipleChoice(std::move(name), _filled(_choices, {"auto", "on", "off"}), 0) {}
 
-ConfigOnOffControl::ConfigOnOffControl() : ConfigurableMultipleChoice("control", Filled(_choices, {"off", "on"}), 0) {}
+ConfigOnOffControl::ConfigOnOffControl() : ConfigurableMultipleChoice("control", _filled(_choices, {"off", "on"}), 0) {}
 
 ConfigMirrorHeater::ConfigMirrorHeater(std::string name) : ConfigurableComposite(std::move(name)) {
-  AddAll(*this, {&heaterpower, &control, &ontime, &offtime});
+  _add_all({&heaterpower, &control, &ontime, &offtime});
 }
 
 ConfigTopHeater::ConfigTopHeater() : ConfigMirrorHeater("top") {
@@ -161,29 +151,29 @@ ConfigBottomHeater::ConfigBottomHeater() : ConfigMirrorHeater("bottom") {
 }
 
 ConfigHeater::ConfigHeater() : ConfigurableComposite("heater") {
-  AddAll(*this, {&top, &bottom});
+  _add_all({&top, &bottom});
 }
 
 ConfigLaserCoolerAutoManual::ConfigLaserCoolerAutoManual()
-    : ConfigurableMultipleChoice("control", Filled(_choices, {"auto", "manual", "daccount"}), 0) {}
+    : ConfigurableMultipleChoice("control", _filled(_choices, {"auto", "manual", "daccount"}), 0) {}
 
 ConfigLaserCooler::ConfigLaserCooler() : ConfigurableComposite("lasercooler") {
-  AddAll(*this, {&control, &temp, &daccount});
+  _add_all({&control, &temp, &daccount});
 }
 
 ConfigLaserBlockOnOff::ConfigLaserBlockOnOff()
-    : ConfigurableMultipleChoice("control", Filled(_choices, {"off", "on", "daccount"}), kLaserBlockOn) {}
+    : ConfigurableMultipleChoice("control", _filled(_choices, {"off", "on", "daccount"}), kLaserBlockOn) {}
 
 ConfigLaserBlock::ConfigLaserBlock() : ConfigurableComposite("laserblock") {
-  AddAll(*this, {&control, &temp, &daccount});
+  _add_all({&control, &temp, &daccount});
 }
 
 ConfigLineLock::ConfigLineLock() : ConfigurableComposite("linelock") {
-  AddAll(*this, {&lasercooler, &laserblock});
+  _add_all({&lasercooler, &laserblock});
 }
 
 ConfigSpinMirror::ConfigSpinMirror() : ConfigurableComposite("spinmirror") {
-  AddAll(*this, {&control, &ontime, &offtime, &duration, &repeatinterval, &signalstrengthlevel});
+  _add_all({&control, &ontime, &offtime, &duration, &repeatinterval, &signalstrengthlevel});
 }
 
 ConfigCfg::ConfigCfg() : ConfigurableComposite("cfg") {
@@ -191,10 +181,10 @@ ConfigCfg::ConfigCfg() : ConfigurableComposite("cfg") {
     aux.push_back(std::make_shared<ConfigCfgAux>("aux" + std::to_string(number)));
   for (const int source : kDacSources)
     dac.push_back(std::make_shared<ConfigCfgDac>("dac" + std::to_string(dac.size() + 1), source));
-  AddAll(*this, {&temprange, &clock, &network});
+  _add_all({&temprange, &clock, &network});
   for (const auto& input : aux) add(*input);
   for (const auto& output : dac) add(*output);
-  AddAll(*this, {&heater, &linelock, &spinmirror, &sdmaddress});
+  _add_all({&heater, &linelock, &spinmirror, &sdmaddress});
 }
 
 const ConfigCfgAux& ConfigCfg::Auxiliary(int number) const {
@@ -204,43 +194,42 @@ const ConfigCfgAux& ConfigCfg::Auxiliary(int number) const {
 }
 
 ConfigCPLDMotor::ConfigCPLDMotor() : ConfigurableComposite("motor") {
-  AddAll(*this, {&control, &desired_pos, &actual_pos});
+  _add_all({&control, &desired_pos, &actual_pos});
 }
 
 ConfigCPLD::ConfigCPLD() : ConfigurableComposite("cpld") {
-  AddAll(*this, {&ver, &motor});
+  _add_all({&ver, &motor});
 }
 
 ConfigFactoryCmd::ConfigFactoryCmd() : ConfigurableComposite("cmd") {
-  AddAll(*this, {&commit, &rollback});
+  _add_all({&commit, &rollback});
 }
 
 ConfigFactory::ConfigFactory() : ConfigurableComposite("factory") {
-  AddAll(*this, {&serialnumber,
-                 &lasermoddepth,
-                 &laserstarttemp,
-                 &blockstarttemp,
-                 &blockstarttemplowrange,
-                 &rssidropthresh,
-                 &pzero,
-                 &pspan,
-                 &samplegain,
-                 &refgain,
-                 &mirrorpos,
-                 &offset1,
-                 &delta1,
-                 &offset2,
-                 &delta2,
-                 &dither,
-                 &sampledcoffset,
-                 &sampleacoffset,
-                 &sampleopticaloffset,
-                 &cmd});
+  _add_all({&serialnumber,
+            &lasermoddepth,
+            &laserstarttemp,
+            &blockstarttemp,
+            &blockstarttemplowrange,
+            &rssidropthresh,
+            &pzero,
+            &pspan,
+            &samplegain,
+            &refgain,
+            &mirrorpos,
+            &offset1,
+            &delta1,
+            &offset2,
+            &delta2,
+            &dither,
+            &sampledcoffset,
+            &sampleacoffset,
+            &sampleopticaloffset,
+            &cmd});
 }
 
 Config5500::Config5500() : ConfigDocumentSection("tn5500") {
-  AddAll(*this,
-         {&ack, &ver, &name, &serialnumber, &ipaddress, &output, &box, &cfg, &cal, &cmd, &cpld, &factory, &error});
+  _add_all({&ack, &ver, &name, &serialnumber, &ipaddress, &output, &box, &cfg, &cal, &cmd, &cpld, &factory, &error});
 }
 
 bool Config5500::IsConfigChanged() const {

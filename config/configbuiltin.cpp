@@ -129,8 +129,7 @@ void ConfigurableReal<Number>::set(Number value) {
   // True of NaN alone where min is below max: what compares with nothing.
   if (_range == Range::kClampAndRefuseNaN && !(value > _min) && !(value < _max))
     throw std::range_error(kRangeError<Number>);
-  if (_range != Range::kNone && value < _min) value = _min;
-  if (_range != Range::kNone && value > _max) value = _max;
+  if (_range != Range::kNone) value = std::clamp(value, _min, _max);  // NaN is neither below nor above
   if (value == _value) return;
   _value = value;
   _set_changed(true);
@@ -227,6 +226,12 @@ std::ostream& ConfigurableStringProxyReadOnly::write_doctype(std::ostream& out) 
 
 ConfigurableMultipleChoice::ConfigurableMultipleChoice(std::string name, const Choices& choices, int index)
     : Configurable(std::move(name)), _choices(&choices), _index(index), _default(index) {}
+
+const ConfigurableMultipleChoice::Choices& ConfigurableMultipleChoice::_filled(
+    Choices& choices, std::initializer_list<const char*> texts) {
+  if (choices.empty()) choices.assign(texts.begin(), texts.end());
+  return choices;
+}
 
 bool ConfigurableMultipleChoice::_is_choice(int index) const {
   return index >= 0 && static_cast<Choices::size_type>(index) < _choices->size();

@@ -6,6 +6,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <limits>
 #include <string>
 #include <utility>
@@ -141,9 +142,9 @@ class ConfigurableStringProxyReadOnly : public Configurable {
   const ConfigurableString& _shown;
 };
 
-// One of a list of texts. The list is shared and owned elsewhere, usually a static of the derived class that its first
-// instance fills; it has to outlive the item, and may grow, shrink or be replaced meanwhile: the index stays, and reads
-// as an empty text where the list doesn't have it.
+// One of a list of texts. The list is shared and owned elsewhere, usually a static of the derived class; it has to
+// outlive the item, and may grow, shrink or be replaced meanwhile: the index stays, and reads as an empty text where
+// the list doesn't have it.
 class ConfigurableMultipleChoice : public Configurable {
  public:
   using Choices = std::vector<std::string>;
@@ -161,6 +162,9 @@ class ConfigurableMultipleChoice : public Configurable {
   void do_accept(ConfigurableVisitor& visitor) override;
 
  protected:
+  // The list of a class, which its first instance fills.
+  static const Choices& _filled(Choices& choices, std::initializer_list<const char*> texts);
+
   // The index of the first choice that is this text; -1 when there is none.
   int _find(const std::string& text) const;
 

@@ -22,10 +22,7 @@ ConfigCalRecord::ConfigCalRecord(const std::string& name, Timestamp when, const 
       type("type", kind),
       ch4zero("ch4zero", zero),
       ch4span("ch4span", span) {
-  add(time);
-  add(type);
-  add(ch4zero);
-  add(ch4span);
+  _add_all({&time, &type, &ch4zero, &ch4span});
 }
 
 ConfigCalRecord& ConfigCalRecord::operator=(const ConfigCalRecord& other) {
@@ -66,12 +63,7 @@ void ConfigCalHistory::ClearOldRecords(Timestamp zero_time, Timestamp span_time)
 }
 
 ConfigCal::ConfigCal() : ConfigurableComposite("cal") {
-  add(ch4zero);
-  add(ch4span);
-  add(ch4spanconc);
-  add(ch4lastzero);
-  add(ch4lastspan);
-  add(history);
+  _add_all({&ch4zero, &ch4span, &ch4spanconc, &ch4lastzero, &ch4lastspan, &history});
 }
 
 void ConfigCal::ClearOldHistoryRecords() {

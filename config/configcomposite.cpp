@@ -11,6 +11,10 @@ void ConfigurableComposite::add(Configurable& child) {
   child._set_throw_on_error(_has(throw_flag));
 }
 
+void ConfigurableComposite::_add_all(std::initializer_list<Configurable*> children) {
+  for (Configurable* child : children) add(*child);
+}
+
 Configurable* ConfigurableComposite::lookup(const std::string& name) const {
   const Position found = lookup_first(name);
   return found == _children.end() ? nullptr : *found;

@@ -48,7 +48,7 @@ bool Configurable::_configure_document(XMLParser& parser, XMLWriter& writer) {
   return _do_configure(parser, writer);
 }
 
-// Takes what stands before the first element. Only queries count there.
+// Takes what stands before the first element. Only queries count there, and they don't fail.
 bool Configurable::_prestart_do_configure(XMLParser& parser, XMLWriter& writer) {
   for (;;) switch (parser.GetNextToken()) {
       case XMLParser::START_ELEMENT:
@@ -57,7 +57,7 @@ bool Configurable::_prestart_do_configure(XMLParser& parser, XMLWriter& writer) 
       case XMLParser::ERROR:
         return false;
       case XMLParser::STRING:
-        if (!_do_configure_string(parser.GetTokenString(), writer, true)) return false;
+        _do_configure_string(parser.GetTokenString(), writer, true);
         break;
       default:
         break;

@@ -9,6 +9,7 @@
 #pragma once
 
 #include <cstdint>
+#include <initializer_list>
 #include <iosfwd>
 #include <list>
 #include <memory>
@@ -243,5 +244,7 @@ class ConfigurableComposite : public Configurable {
   void _delete_all();
 
  protected:
+  void _add_all(std::initializer_list<Configurable*> children);
+
   Children _children;
 };

@@ -22,24 +22,13 @@ std::ostream& ConfigDocumentSection::WriteError(std::ostream& out, const std::st
   return error.configuration(out);
 }
 
-ConfigurableMultipleChoice::Choices ConfigAutoManual::_choices;
-
 ConfigAutoManual::ConfigAutoManual(std::string name, int index)
-    : ConfigurableMultipleChoice(std::move(name), _choices, index) {
-  if (_choices.empty()) _choices = {"auto", "manual"};
-}
+    : ConfigurableMultipleChoice(std::move(name), _filled(_choices, {"auto", "manual"}), index) {}
 
-ConfigurableMultipleChoice::Choices ConfigCfgClockPTP::_choices;
+ConfigCfgClockPTP::ConfigCfgClockPTP()
+    : ConfigurableMultipleChoice("ptp", _filled(_choices, {"auto", "slaveonly", "preferred"}), 0) {}
 
-ConfigCfgClockPTP::ConfigCfgClockPTP() : ConfigurableMultipleChoice("ptp", _choices, 0) {
-  if (_choices.empty()) _choices = {"auto", "slaveonly", "preferred"};
-}
-
-ConfigurableMultipleChoice::Choices ConfigTimezone::_choices;
-
-ConfigTimezone::ConfigTimezone() : ConfigurableMultipleChoice("zone", _choices, 0) {
-  if (_choices.empty()) _choices = {"UTC"};
-}
+ConfigTimezone::ConfigTimezone() : ConfigurableMultipleChoice("zone", _filled(_choices, {"UTC"}), 0) {}
 
 std::istream& ConfigTimezone::read_doctype(std::istream& in, std::ostream&) {
   _choices.clear();
@@ -89,10 +78,7 @@ bool Read(const std::string& text, char separator, std::initializer_list<int*> n
 }  // namespace
 
 ConfigCfgClock::ConfigCfgClock() : ConfigurableComposite("clock") {
-  add(time);
-  add(date);
-  add(zone);
-  add(ptp);
+  _add_all({&time, &date, &zone, &ptp});
 }
 
 long ConfigCfgClock::TimeDate() const {
@@ -122,9 +108,5 @@ void ConfigCfgClock::TimeDate(long seconds) {
 }
 
 ConfigCfgNetwork::ConfigCfgNetwork() : ConfigurableComposite("network") {
-  add(name);
-  add(configuration);
-  add(ipaddress);
-  add(netmask);
-  add(gateway);
+  _add_all({&name, &configuration, &ipaddress, &netmask, &gateway});
 }

@@ -31,7 +31,7 @@ class ConfigAutoManual : public ConfigurableMultipleChoice {
   ConfigAutoManual(std::string name, int index);
 
  private:
-  static Choices _choices;
+  inline static Choices _choices;
 };
 
 // How the clock takes part in the precision time protocol (IEEE 1588).
@@ -40,7 +40,7 @@ class ConfigCfgClockPTP : public ConfigurableMultipleChoice {
   ConfigCfgClockPTP();
 
  private:
-  static Choices _choices;
+  inline static Choices _choices;
 };
 
 // The name of a time zone. The list starts as "UTC" alone; whoever lists the zones of the system sends the others in a
@@ -57,7 +57,7 @@ class ConfigTimezone : public ConfigurableMultipleChoice {
   std::istream& read_doctype(std::istream& in, std::ostream& errors) override;
 
  private:
-  static Choices _choices;
+  inline static Choices _choices;
 };
 
 // An address without a port, of whatever family its text has. Text that is no address throws SocketError out of

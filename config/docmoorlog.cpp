@@ -9,51 +9,29 @@ constexpr int kGPSTypeGarmin = 1;
 }  // namespace
 
 ConfigOutputMoorlog::ConfigOutputMoorlog() : ConfigurableComposite("output") {
-  add(status);
-  add(dataclock);
+  _add_all({&status, &dataclock});
 }
 
 ConfigCfgLogger::ConfigCfgLogger() : ConfigurableComposite("logger") {
-  add(loggeraddress);
-  add(loggertable);
-  add(moorcloudaddress);
-  add(moorcloudapikey);
+  _add_all({&loggeraddress, &loggertable, &moorcloudaddress, &moorcloudapikey});
 }
 
-ConfigurableMultipleChoice::Choices ConfigCfgDAQMPort::_choices;
-
-ConfigCfgDAQMPort::ConfigCfgDAQMPort() : ConfigurableMultipleChoice("port", _choices, 0) {
-  if (_choices.empty()) _choices = {"None", "1", "2", "3"};
-}
+ConfigCfgDAQMPort::ConfigCfgDAQMPort()
+    : ConfigurableMultipleChoice("port", _filled(_choices, {"None", "1", "2", "3"}), 0) {}
 
 ConfigCfgDAQM::ConfigCfgDAQM() : ConfigurableComposite("daqm") {
   add(port);
 }
 
-ConfigurableMultipleChoice::Choices ConfigCfgGPSType::_choices;
-
-ConfigCfgGPSType::ConfigCfgGPSType() : ConfigurableMultipleChoice("gpstype", _choices, kGPSTypeGarmin) {
-  if (_choices.empty()) _choices = {"Hemisphere", "Garmin"};
-}
+ConfigCfgGPSType::ConfigCfgGPSType()
+    : ConfigurableMultipleChoice("gpstype", _filled(_choices, {"Hemisphere", "Garmin"}), kGPSTypeGarmin) {}
 
 ConfigCfgMoorlog::ConfigCfgMoorlog() : ConfigurableComposite("cfg") {
-  add(head);
-  add(soil);
-  add(logger);
-  add(daqm);
-  add(sonicbaud);
-  add(gpstype);
-  add(clock);
-  add(network);
+  _add_all({&head, &soil, &logger, &daqm, &sonicbaud, &gpstype, &clock, &network});
 }
 
 ConfigCmdMoorlog::ConfigCmdMoorlog() : ConfigurableComposite("cmd") {
-  add(logusbstart);
-  add(logusbstop);
-  add(startdaqmlivemeasure);
-  add(stopdaqmlivemeasure);
-  add(ejectusb);
-  add(reboot);
+  _add_all({&logusbstart, &logusbstop, &startdaqmlivemeasure, &stopdaqmlivemeasure, &ejectusb, &reboot});
 }
 
 ConfigFactoryMoorlog::ConfigFactoryMoorlog() : ConfigurableComposite("factory") {
@@ -61,16 +39,7 @@ ConfigFactoryMoorlog::ConfigFactoryMoorlog() : ConfigurableComposite("factory") 
 }
 
 ConfigMoorlog::ConfigMoorlog() : ConfigDocumentSection("moorlog") {
-  add(ack);
-  add(ver);
-  add(name);
-  add(serialnumber);
-  add(ipaddress);
-  add(output);
-  add(cfg);
-  add(cmd);
-  add(factory);
-  add(error);
+  _add_all({&ack, &ver, &name, &serialnumber, &ipaddress, &output, &cfg, &cmd, &factory, &error});
 }
 
 bool ConfigMoorlog::IsConfigChanged() const {

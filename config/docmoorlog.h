@@ -37,7 +37,7 @@ class ConfigCfgDAQMPort : public ConfigurableMultipleChoice {
   ConfigCfgDAQMPort();
 
  private:
-  static Choices _choices;
+  inline static Choices _choices;
 };
 
 class ConfigCfgDAQM : public ConfigurableComposite {
@@ -52,7 +52,7 @@ class ConfigCfgGPSType : public ConfigurableMultipleChoice {
   ConfigCfgGPSType();
 
  private:
-  static Choices _choices;
+  inline static Choices _choices;
 };
 
 class ConfigCfgMoorlog : public ConfigurableComposite {

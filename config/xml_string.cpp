@@ -27,10 +27,11 @@ bool OpensEntity(std::string_view text, std::size_t ampersand) {
   return false;
 }
 
+// Of one of the five.
 std::string_view EntityFor(char character) {
-  for (const Entity& entity : kEntities)
-    if (entity.character == character) return entity.text;
-  return {};
+  const Entity* entity = kEntities;
+  while (entity->character != character) ++entity;
+  return entity->text;
 }
 
 void WritePlain(std::ostream& out, std::string_view text) {

@@ -13,11 +13,17 @@ struct Kennel : ConfigurableComposite {
     add(dog);
     dog.add_attribute(pitch);
     dog.add_attribute(sticky);
+    dog.add_attribute(broken);
     sticky._set_enabled(false);
     _set_changed(false);
   }
   Number dog{"dog", 88.11}, pitch{"pitch", 11.22};
   Configurable sticky{"sticky"};
+  struct Broken : Configurable {
+    Broken() : Configurable("broken") {}
+    std::ostream& write(std::ostream& out) const override { return write_doctype(out); }
+    std::ostream& write_doctype(std::ostream& out) const override { return out.setstate(std::ios::failbit), out; }
+  } broken;
 };
 
 // Worked by hand, as in configurable_test.cpp.
@@ -105,7 +111,7 @@ TEST(ConfigurableVisitor, SeesEachKindOfItemInOrderAndAttributesWhenItAsks) {
   walker.log.clear();
   walker.attributes = true;
   root.dog.do_accept_attributes(walker);
-  EXPECT_EQ("float:pitch any:sticky ] ", walker.log);
+  EXPECT_EQ("float:pitch any:sticky any:broken ] ", walker.log);
 }
 
 }  // namespace

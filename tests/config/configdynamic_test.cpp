@@ -27,6 +27,8 @@ TEST(ConfigurableCompositeDynamic, OwnsComparesAndCopiesItsItems) {
   list._set_changed(false);
   copy = list;
   EXPECT_FALSE(copy.has_changed()) << "the same items: no change";
+  list = *&list;
+  EXPECT_EQ(3u, list.children().size());
   list.set_unique(true);
   list.add(*new Number("w", 1.0));
   EXPECT_EQ(2u, list.children().size());
@@ -39,6 +41,7 @@ TEST(ConfigurableCompositeDynamic, OwnsComparesAndCopiesItsItems) {
   const int changes = list.get_change_count();
   list.clear();
   list.set_to_default();
+  list._delete_back();
   EXPECT_EQ(changes + 1, list.get_change_count());
   EXPECT_TRUE(list.children().empty());
 }

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <limits>
 
+#include "runtime/errnoexcept.h"
 #include "tests/config/sample_tree.h"
 #include "tests/support/child_process.h"
 
@@ -79,6 +81,10 @@ TEST(ConfigCfgClock, TextAndSecondsBothWays) {
     }
   }
   unsetenv("TZ");
+  constexpr long kForever = std::numeric_limits<long>::max();
+  if (sizeof(long) > 4) {
+    EXPECT_THROW(ConfigCfgClock().TimeDate(kForever), ErrnoError);
+  }
 }
 
 }  // namespace

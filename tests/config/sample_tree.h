@@ -29,7 +29,7 @@ class Lunch : public ConfigurableMultipleChoice {
 
 struct SampleTree : ConfigurableComposite {
   SampleTree() : ConfigurableComposite("L") {
-    add(a), add(b), add(c), add(d), add(lunch), add(dyn);
+    _add_all({&a, &b, &c, &d, &lunch, &dyn});
     d.add(e), d.add(f), d.add(GG);
     e.add(g1), e.add(g2), e.add(g3);
     GG._set_enabled(false);
