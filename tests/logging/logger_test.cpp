@@ -102,8 +102,13 @@ TEST_F(LoggerTest, DoesWhatIsAskedInAnyOrder) {
   expected.files[disk / "b/a-2024T12.txt.part"] = "before a power cut\n";
   const CapturedOutput output;
   std::optional<Logger> logger(std::in_place, "device", "UTC", false);
+  EXPECT_TRUE(logger->IsActive());
+  const int64_t expiry = logger->Expiry();
+  logger->HandleTimeout();
+  EXPECT_EQ(expiry + 60'000'000'000, logger->Expiry());
   int packed = 0;
-  for (int step = 0; step < 2'000; ++step, packed += Packed()) {
+  // The last file is open when the logger goes.
+  for (int step = 0; step < 2'000 || expected.base.empty(); ++step, packed += Packed()) {
     // Whoever kills it finds whole lines, and nearly all of them.
     const std::string part = expected.base + ".txt.part", written = Content(part);
     EXPECT_TRUE(expected.base.empty() ||
