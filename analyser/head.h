@@ -17,9 +17,9 @@
 // The queue has no limit, and neither has the length of a line.
 //
 // Errors: no failure of the network or of a look-up is thrown. Neither is what a listener throws, from whatever call:
-// it is told and ends the connection, and out of HeadOpened it makes the attempt a failed one. Out of HeadClosed it has
-// no effect, as the connection has ended by then. Messages go to standard output and are flushed; those on progress
-// come only when `verbose` is set.
+// it is told and ends the connection. Out of HeadClosed it is told and changes nothing more, as the connection has
+// ended; out of HeadOpened it makes the attempt a failed one, and is told as such. Messages go to standard output and
+// are flushed; those on progress, failed attempts among them, come only when `verbose` is set.
 
 #pragma once
 
