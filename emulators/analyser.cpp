@@ -201,7 +201,8 @@ void Analyser::GotCalCH4SpanCmd(float) {
 
 void Analyser::_Calibrated(ConfigurableTimestamp& last, const char* kind) {
   ConfigCal& cal = _document.tn5500.cal;
-  last.set(static_cast<double>(WallClock() / kSecondInMicros) - kEpoch);
+  const auto seconds = WallClock() / kSecondInMicros;
+  last.set(static_cast<double>(seconds) - kEpoch);
   cal.history.add(*new ConfigCalRecord(last.get(), kind, cal.ch4zero.get(), cal.ch4span.get()));
   cal.ClearOldHistoryRecords();
 }

@@ -8,7 +8,7 @@
 namespace {
 
 constexpr int kBacklog = 1024;
-constexpr size_t kKeptCapacity = 64 * 1024;  // of an empty buffer, in bytes
+constexpr size_t kKeptCapacity = size_t{64} << 10;  // of an empty buffer, in bytes
 
 // A backlog that has gone leaves no memory behind.
 void Empty(std::string& buffer) {
