@@ -359,8 +359,15 @@ void Operations(int kind, bool dialled, Recorder::Act atTheEnd, Input input) {
           break;
         }
         const size_t length = what / 16 % 4 * size_t{8191};
-        if (!busy && !finished && !recorder.Of(*pair.client).writeClosed) sent += std::string(length, 'f');
-        pair.client->WriteFile(FileOf(length));
+        const bool counts = !busy && !finished && !recorder.Of(*pair.client).writeClosed;
+        // The first bytes of it, all, or more than there are.
+        const size_t promised = operations % 7 == 6 ? length + 1 : length * (operations % 3) / 2;
+        if (what % 16 == 2)
+          pair.client->WriteFile(FileOf(length));
+        else
+          pair.client->WriteFile(FileOf(length), promised);
+        if (counts) sent += std::string(what % 16 == 2 ? length : std::min(promised, length), 'f');
+        broken = broken || (counts && what % 16 == 3 && promised > length);
         break;
       }
       case 4:

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <climits>
 #include <iostream>
+#include <stdexcept>
 #include <utility>
 
 namespace {
@@ -52,6 +53,10 @@ void SocketClient::Write(const std::string& data) {
 }
 
 void SocketClient::WriteFile(const std::string& path) {
+  WriteFile(path, kAll);
+}
+
+void SocketClient::WriteFile(const std::string& path, uint64_t size) {
   if (IsSendingFile() || !_TakesData()) return;
   // Queued before the file, so it goes before it.
   if (_sending.empty()) {
@@ -62,20 +67,22 @@ void SocketClient::WriteFile(const std::string& path) {
     Empty(_pending);
   }
   _file.Open(path);
+  _owed = size;
+  if (size == 0) _file.Close();
   _Request(POLLOUT);
 }
 
 bool SocketClient::IsSendingFile() {
   // No chunk waits to be sent: the end may have been reached, and nobody has looked yet.
   if ((_file.RequestedEvents() & POLLIN) != 0) _file.HandleRead();
-  return _file.Fileno() >= 0;
+  return _HasFile();
 }
 
 void SocketClient::CloseWhenDone() {
   if (IsClosed() || _Is(kClosing)) return;
   const _Call call(*this);
   _state |= kCloseWhenDone;
-  if (!_pending.empty() || !_sending.empty() || _file.Fileno() >= 0) return;
+  if (!_pending.empty() || !_sending.empty() || _HasFile()) return;
   try {
     _Finish();
   } catch (const ErrnoError&) {
@@ -198,16 +205,21 @@ void SocketClient::_Send() {
     Empty(_sending);
     _sent = 0;
   }
-  if (!_pending.empty() || _file.Fileno() >= 0) return;
+  if (!_pending.empty() || _HasFile()) return;
   _DontRequest(POLLOUT);
   if (_Is(kCloseWhenDone)) _Finish();
 }
 
 void SocketClient::_Refill() {
-  if (_file.Fileno() >= 0)
-    _file.Read(_sending);
-  else
-    _sending.swap(_pending);
+  if (!_HasFile()) return _sending.swap(_pending);
+  _file.Read(_sending);
+  if (_owed == kAll || IsClosed()) return;
+  if (_sending.empty()) throw std::runtime_error("a file has become shorter");
+  if (_sending.size() >= _owed) {
+    _sending.resize(static_cast<size_t>(_owed));
+    _file.Close();
+  }
+  _owed -= _sending.size();
 }
 
 void SocketClient::_Finish() {

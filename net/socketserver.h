@@ -81,6 +81,9 @@ class SocketClient : public PollItem {
   // way. Throws what FileReader::Open() throws; a file that fails later on closes the client. Keep-alives don't count
   // its bytes.
   void WriteFile(const std::string& path);
+  // The first `size` bytes of it, where that was promised: a file that has grown is cut, and one that has become
+  // shorter closes the client.
+  void WriteFile(const std::string& path, uint64_t size);
   // Some of the last file hasn't been read yet, so that WriteFile() would do nothing.
   bool IsSendingFile();
 
@@ -119,6 +122,8 @@ class SocketClient : public PollItem {
     kWriteClosed = 32
   };
 
+  static constexpr uint64_t kAll = UINT64_MAX;  // bytes of a file: as many as it has
+
   // While one lives, the client mustn't be destroyed.
   class _Call {
    public:
@@ -143,6 +148,7 @@ class SocketClient : public PollItem {
 
   bool _Is(uint32_t bits) const { return (_state & bits) != 0; }
   bool _IsStale() const { return IsClosed() && _calls == 0; }
+  bool _HasFile() const { return _file.Fileno() >= 0 || (_owed > 0 && _owed != kAll); }
   bool _TakesData() const { return !IsClosed() && !_Is(kCloseWhenDone | kWriteClosed | kClosing); }
   void _Request(short events) { SetRequestedEvents(static_cast<short>(RequestedEvents() | events)); }
   void _DontRequest(short events) { SetRequestedEvents(static_cast<short>(RequestedEvents() & ~events)); }
@@ -164,6 +170,7 @@ class SocketClient : public PollItem {
   size_t _sent = 0;      // of _sending, from its front
   uint32_t _state = 0;
   _File _file{*this};
+  uint64_t _owed = kAll;  // of the file, not read yet
   uint32_t _written = 0;  // bytes since the last keep-alive
   int _calls = 0;
 };
