@@ -21,8 +21,8 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr int kMinute = 60'000;  // milliseconds, as all of these
-constexpr int kHour = 60 * kMinute;
+constexpr int64_t kMinute = 60'000;  // milliseconds, as all of these
+constexpr int64_t kHour = 60 * kMinute;
 
 struct Manager : Soil {
   explicit Manager(const std::string& directory, bool trace = false) : Soil(trace, false) {
