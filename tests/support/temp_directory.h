@@ -2,6 +2,8 @@
 
 #pragma once
 
+#include <unistd.h>
+
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -18,9 +20,10 @@ class TempDirectory {
   }
   TempDirectory(const TempDirectory&) = delete;
   TempDirectory& operator=(const TempDirectory&) = delete;
+  // A forked child leaves it to the process that made it.
   ~TempDirectory() {
     std::error_code ignored;
-    std::filesystem::remove_all(_path, ignored);
+    if (getpid() == _owner) std::filesystem::remove_all(_path, ignored);
   }
 
   // Absolute, without a slash at the end.
@@ -45,5 +48,6 @@ class TempDirectory {
   }
 
  private:
+  const pid_t _owner = getpid();
   std::filesystem::path _path;
 };
