@@ -16,6 +16,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <utility>
 
 #include "emulators/analyser.h"
 #include "examples/commandline.h"
@@ -110,12 +111,12 @@ class Reporter : public Recorder {
   }
   void HeadConnected(std::string target) override {
     _Say("connected to " + target);
-    _look.SetTimeout(-1);
+    _connected = true;
     Recorder::HeadConnected(target);
   }
   void HeadClosed() override {
     _answer_due = false;
-    if (!_look.IsActive()) {
+    if (std::exchange(_connected, false)) {
       _Say("the connection to " + _target + " has ended; trying again");
       _look.SetTimeout(kFirstLook);
     }
@@ -125,9 +126,11 @@ class Reporter : public Recorder {
  private:
   static constexpr int kFirstLook = 5 * kSecond, kNextLook = 60 * kSecond;
 
+  // Asks the link itself, as a new one takes the place of a silent one without a word.
   void _Look() {
     _look.SetTimeout(kNextLook);
-    _Say(_target + (_opened || _answer_due ? " doesn't answer" : " isn't found") + "; trying on");
+    _connected = GetHead().IsConnected();
+    if (!_connected) _Say(_target + (_opened || _answer_due ? " doesn't answer" : " isn't found") + "; trying on");
     _opened = false;
   }
   static void _Say(const std::string& text) {
@@ -136,6 +139,7 @@ class Reporter : public Recorder {
   }
 
   const std::string _target;
+  bool _connected = false;
   bool _opened = false;      // an attempt has begun since the last look
   bool _answer_due = false;  // and is under way
   Timer _look{kFirstLook, [this] { _Look(); }};
