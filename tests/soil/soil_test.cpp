@@ -238,8 +238,9 @@ TEST(SoilFile, IsOldOrNewWhenTheProcessIsKilled) {
   }
 }
 
-// A week with a trouble every few hours; MOORLOG_SOIL_DAYS asks for another length. What may go is counted: reports
-// lost with a connection, observations that a new file has overtaken, and repeats after the file was damaged.
+// A week with a trouble every few hours; MOORLOG_SOIL_DAYS and MOORLOG_SOIL_SEED ask for others. What may go is
+// counted: reports lost with a connection, observations that a new file has overtaken, and repeats after the file was
+// damaged.
 class SoilWeek : public SoilTest {
  protected:
   SoilWeek() : SoilTest("127.0.15.2") {}
@@ -264,7 +265,11 @@ class SoilWeek : public SoilTest {
     _instrument.Misbehave(static_cast<int>(_random() % SoilInstrument::kMisbehaviours));
     _time.Schedule(2 * kHour + static_cast<int>(_random() % (3 * kHour)), [this] { MakeTrouble(); });
   }
-  std::mt19937 _random{7};
+  static uint32_t Seed() {
+    const char* const seed = getenv("MOORLOG_SOIL_SEED");
+    return seed != nullptr ? static_cast<uint32_t>(atoi(seed)) : 7;
+  }
+  std::mt19937 _random{Seed()};
   int _damages = 0;
   std::map<std::pair<std::string, int>, int> _received;
 };
