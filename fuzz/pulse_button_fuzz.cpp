@@ -1,13 +1,13 @@
 // What a pulse device and a push button tell, in pieces: each read is whole for itself. The listeners leave or throw at
-// some of it, and are back for the next read.
+// some of it, which is printed, and are back for the next read.
 //
 // Input: a byte for the size of the pieces, and the bytes, which both devices get.
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 #include <string>
 #include <vector>
@@ -60,10 +60,8 @@ std::vector<TimeVal> Pulses(const std::string& read) {
     int32_t words[2];
     std::memcpy(words, read.data() + at, sizeof words);
     pulses.emplace_back(words[0], words[1]);
+    if (Leaves(pulses.back()) || Throws(pulses.back())) break;
   }
-  const auto last = [](const TimeVal& time) { return Leaves(time) || Throws(time); };
-  const auto end = std::find_if(pulses.begin(), pulses.end(), last);
-  if (end != pulses.end()) pulses.erase(end + 1, pulses.end());
   return pulses;
 }
 
@@ -73,32 +71,40 @@ std::string Events(std::string read) {
   return last == std::string::npos ? read : read.substr(0, last + 1);
 }
 
+// Has `device` read once, for `listener`; what it prints must be the error or nothing.
+template <class Device, class Listener>
+void Read(Device& device, Listener& listener, const char* error) {
+  std::ostringstream printed;
+  std::streambuf* const output = std::cout.rdbuf(printed.rdbuf());
+  device.RegisterListener(&listener);
+  device.HandleRead();
+  std::cout.rdbuf(output);
+  if (printed.str() != error) abort();
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   static PulseLog pulses;
   static ButtonLog button;
   if (size < 2) return 0;
-  std::streambuf* const output = std::cout.rdbuf(nullptr);  // each exception is told there
   const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
   for (size_t at = 0, piece = 1 + data[0]; at < bytes.size(); at += piece) {
     const std::string part = bytes.substr(at, piece);
+    const std::vector<TimeVal> told = Pulses(part);
     pulses.fifo.Write(part);
     pulses.told.clear();
-    pulses.device.RegisterListener(&pulses);
-    pulses.device.HandleRead();
-    if (pulses.told != Pulses(part)) abort();
+    const bool throws = !told.empty() && Throws(told.back());
+    Read(pulses.device, pulses, throws ? "PPSDevice::HandleRead(): ERROR: enough\n" : "");
+    if (pulses.told != told) abort();
 
     button.fifo.Write(part);
     for (size_t read = 0; read < part.size(); read += kButtonRead) {
       const std::string events = Events(part.substr(read, kButtonRead));
       button.told.clear();
-      button.device.RegisterListener(&button);
-      button.device.HandleRead();
+      Read(button.device, button, events.ends_with('L') ? "UsbButtonDevice::HandleRead(): ERROR: enough\n" : "");
       if (button.told != events) abort();
     }
   }
-  std::cout.rdbuf(output);
-  std::cout.clear();
   return 0;
 }

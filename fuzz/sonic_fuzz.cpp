@@ -1,5 +1,6 @@
 // Bytes from a sonic anemometer's line, in chunks of any size: the listener is told what a plain reading of the whole
 // finds, which splits the bytes and takes the fields off a formatted stream; and a good message behind them is taken.
+// The listener leaves at some of the records and is back for the next chunk. All messages are printed besides.
 //
 // Input: a byte for the size of a chunk, a byte, and what comes on the line. With the second byte's low bit each line
 // of it is the body of a message that gets its ends and its sum here.
@@ -7,10 +8,12 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstdlib>
+#include <iostream>
 #include <locale>
 #include <numeric>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "emulators/pty.h"
@@ -25,24 +28,43 @@ constexpr char kStx = 2, kEtx = 3;
 
 using Record = std::vector<double>;  // the unit, the moment, the values, the flags
 
-struct Log : SonicDeviceListener {
-  void GotSonicData(int unit, const SonicData& data) override {
-    records.push_back({double(unit), double(data.seconds), double(data.nanoseconds)});
-    records.back().insert(records.back().end(), data.values.begin(), data.values.end());
-    records.back().push_back(data.errorFlags);
-  }
+struct Heard {
   std::vector<Record> records;
+  std::string printed;
+  bool operator==(const Heard&) const = default;
 };
 
-std::vector<Record> Heard(const std::string& bytes, size_t chunk) {
-  static const Pty pty;
-  static SonicDevice device(pty.Path(), kUnit, 57600, false);
-  Log log;
-  device.RegisterListener(&log);
-  for (size_t at = 0; at < bytes.size(); at += chunk)
-    device.ReceivedChars(device.Reader(), bytes.data() + at, static_cast<int>(std::min(chunk, bytes.size() - at)));
-  device.RegisterListener(nullptr);
-  return log.records;
+// At this record the listener leaves.
+bool Leaves(double u) {
+  return u == 5;
+}
+
+struct Listener : SonicDeviceListener {
+  Listener() { device.RegisterListener(this); }
+  void GotSonicData(int unit, const SonicData& data) override {
+    heard.records.push_back({double(unit), double(data.seconds), double(data.nanoseconds)});
+    heard.records.back().insert(heard.records.back().end(), data.values.begin(), data.values.end());
+    heard.records.back().push_back(data.errorFlags);
+    if (Leaves(data.values[0])) device.RegisterListener(nullptr);
+  }
+  Pty line;
+  SonicDevice device{line.Path(), kUnit, 57600, true};
+  Heard heard;
+};
+
+Heard Hear(const std::string& bytes, size_t chunk) {
+  static Listener listener;
+  listener.heard = {};
+  std::ostringstream printed;
+  std::streambuf* const output = std::cout.rdbuf(printed.rdbuf());
+  for (size_t at = 0; at < bytes.size(); at += chunk) {
+    listener.device.RegisterListener(&listener);
+    listener.device.ReceivedChars(listener.device.Reader(), bytes.data() + at,
+                                  static_cast<int>(std::min(chunk, bytes.size() - at)));
+  }
+  std::cout.rdbuf(output);
+  listener.heard.printed = printed.str();
+  return listener.heard;
 }
 
 // The fields from the unit's name to the ETX. False: no record.
@@ -64,19 +86,34 @@ bool Parse(const std::string& text, Record& record) {
   return true;
 }
 
-std::vector<Record> Meant(std::string bytes) {
-  std::vector<Record> records;
-  std::erase(bytes, '\n');
-  for (size_t end; (end = bytes.find('\r')) != std::string::npos; bytes.erase(0, end + 1)) {
-    const std::string message = bytes.substr(0, end);
-    if (end <= 6 || message[0] != kStx || message[end - 3] != kEtx) continue;
+std::string Shown(const std::string& message) {
+  std::string shown;
+  for (const char c : message) shown += c == kStx ? "<STX>" : c == kEtx ? "<ETX>" : std::string(1, c);
+  return "Sonic: " + shown + '\n';
+}
+
+Heard Meant(const std::string& bytes, size_t chunk) {
+  Heard meant;
+  std::string message;
+  bool there = true;
+  for (size_t at = 0; at < bytes.size(); ++at) {
+    there = there || at % chunk == 0;
+    if (bytes[at] != '\r') {
+      if (bytes[at] != '\n') message += bytes[at];
+      continue;
+    }
+    meant.printed += Shown(message);
+    const std::string text = std::exchange(message, {});
+    const size_t etx = text.size() - 3;
+    if (!there || text.size() <= 6 || text[0] != kStx || text[etx] != kEtx) continue;
     int sum = 0;
-    for (size_t i = 1; i < end - 3; ++i) sum ^= static_cast<unsigned char>(message[i]);
-    if (sum != HexDigit(message[end - 2]) * 16 + HexDigit(message[end - 1])) continue;
+    for (size_t i = 1; i < etx; ++i) sum ^= static_cast<unsigned char>(text[i]);
     Record record;
-    if (Parse(message.substr(1, end - 3), record)) records.push_back(record);
+    if (sum != HexDigit(text[etx + 1]) * 16 + HexDigit(text[etx + 2]) || !Parse(text.substr(1, etx), record)) continue;
+    meant.records.push_back(record);
+    there = !Leaves(record[3]);
   }
-  return records;
+  return meant;
 }
 
 std::string Messages(const std::string& bodies) {
@@ -96,8 +133,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size < 2) return 0;
   std::string bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
   if ((data[1] & 1) != 0) bytes = Messages(bytes);
-  bytes += '\r' + SonicAnemometer::Message(SonicAnemometer::ReadingOf(data[1]));
-  const std::vector<Record> meant = Meant(bytes);
-  if (meant.empty() || meant != Heard(bytes, bytes.size()) || meant != Heard(bytes, 1 + data[0])) abort();
+  bytes += '\r';
+  const std::string good = SonicAnemometer::Message(SonicAnemometer::ReadingOf(data[1]));
+  for (const size_t chunk : {bytes.size() + 1, size_t{1} + data[0]})
+    if (Hear(bytes, chunk) != Meant(bytes, chunk)) abort();
+  if (Hear(good, 9).records.size() != 1) abort();
   return 0;
 }
