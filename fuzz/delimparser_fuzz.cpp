@@ -75,9 +75,9 @@ bool TakeOnce(DelimParser& parser, Reference& reference, unsigned char how, char
   bool block = false, expectedBlock = false, taken = false, expectedTaken = false;
   switch (how % 3) {
     case 0:
-      taken = parser.GetNextDelimString(out, delimiter);
+      taken = end % 2 == 0 ? parser.GetNextDelimString(out, delimiter) : parser.GetNextDelimString(out);
       expectedTaken = reference.Record(expected, expectedDelimiter);
-      Require(!taken || delimiter == expectedDelimiter);
+      Require(!taken || end % 2 != 0 || delimiter == expectedDelimiter);
       break;
     case 1:
       taken = parser.GetNextStringToEOL(out, end);

@@ -23,7 +23,7 @@ unsigned int FileReader::Read(std::string& out) {
   if (count == 0) return 0;
   out.assign(_chunk.data(), count);
   _waiting = 0;
-  if (_file.IsOpen()) SetRequestedEvents(POLLIN);
+  SetRequestedEvents(POLLIN);
   return count;
 }
 

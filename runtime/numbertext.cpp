@@ -28,8 +28,8 @@ class NumberScanner {
     if (IsDigit(c)) return _digits = true;
     if (IsSign(c)) return sign_fits;
     if (c == '.') return !_exponent && !std::exchange(_point, true);
-    if (c == 'e' || c == 'E') return _digits && !std::exchange(_exponent, true) && (_sign_fits = true);
-    return false;
+    if ((c != 'e' && c != 'E') || !_digits || _exponent) return false;
+    return _exponent = _sign_fits = true;
   }
 
  private:

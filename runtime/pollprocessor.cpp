@@ -131,7 +131,7 @@ int PollProcessor::RunTimers(int timeout) {
     if (!timer->_active) continue;
     if (now >= timer->_expiry)
       _expired.push_back(timer);
-    else if (timer->_registered)
+    else
       next = std::min(next, timer->_expiry);
   }
   while (!_expired.empty()) {
@@ -182,7 +182,6 @@ void PollProcessor::RunIdleHandlers() {
   bool more = false;
   while (!_idle_work.empty()) {
     PollIdleHandler* handler = TakeFront(_idle_work);
-    if (handler->_done) continue;
     if (handler->HandleIdle())
       more = true;
     else

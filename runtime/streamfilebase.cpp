@@ -38,7 +38,6 @@ class DescriptorBuffer : public std::streambuf {
 
   // The last character stays in front of the new ones, so that one can always be put back.
   int_type underflow() override {
-    if (gptr() != egptr()) return traits_type::to_int_type(*gptr());
     const int kept = gptr() == eback() ? 0 : 1;
     if (kept == 1) _data[0] = gptr()[-1];
     ssize_t count;

@@ -15,7 +15,16 @@
 #include "tests/support/mount_namespace.h"
 #include "tests/support/temp_directory.h"
 
-// A disk whose two units differ, which few have.
+// What no disk here gives: two units that differ, and an error of its own.
+int failure = 0;
+extern "C" int __real_fsync(int fd);
+extern "C" int __wrap_fsync(int fd) {
+  return (errno = failure) != 0 ? -1 : __real_fsync(fd);
+}
+extern "C" dirent* __real_readdir64(DIR* directory);
+extern "C" dirent* __wrap_readdir64(DIR* directory) {
+  return (errno = failure) != 0 ? nullptr : __real_readdir64(directory);
+}
 extern "C" int __wrap_statvfs64(const char* path, struct statvfs* info) {
   *info = {};
   info->f_bsize = 4096, info->f_frsize = 512, info->f_blocks = 1L << 33, info->f_bfree = 20, info->f_bavail = 7;
@@ -56,6 +65,8 @@ TEST_F(Filesystem, ActsOnFilesAndDirectories) {
   EXPECT_TRUE(S_ISLNK(FileInformation(dir / "link").mode) && FileInformation(dir / "link").size == 4);
   const PartitionRecord disk = PartitionSizeAndAvailableSpace(dir.Path());
   EXPECT_TRUE(disk.partition_size == 512ULL << 33 && disk.available == 28672);
+  for (const int harmless : {0, EINVAL}) failure = harmless, SyncToDisk(dir / "sub");
+  failure = 0;
   umask(022);
   const TmpDir tmp(dir / "tmp");
   for (int twice = 0; twice < 2; ++twice) tmp._MkDir();
@@ -78,6 +89,7 @@ TEST_F(Filesystem, ErrorsNameWhatTheyAreAbout) {
       {"Unable to read symlink info at " + file + ": Invalid argument", [&] { ReadSymLink(file); }},
       {"Unable to create directory without a name.", [] { MkDirectory(""); }},
       {"File exists and is not a directory: \"" + file + "\"" + no_directory, [&] { MkDirectory(file); }},
+      {"Unable to create directory: \"" + none + "/b\"" + no_file, [&] { MkDirectory(none + "/b"); }},
       {"Unable to delete directory without a name.", [] { RmDirectory(""); }},
       {"Unable to delete directory: \"" + dir.Path() + "\": Directory not empty", [&] { RmDirectory(dir.Path()); }},
       {"Unable to open directory: \"" + file + "\"" + no_directory, [&] { DirectoryIterator it(file); }},
@@ -93,6 +105,13 @@ TEST_F(Filesystem, WalksAllEntriesAndACopyStartsAgain) {
   DirectoryIterator it(dir.Path());
   const std::string first = *it;
   EXPECT_EQ(first, *DirectoryIterator(++it));
+  EXPECT_TRUE(++DirectoryIterator(end) == end && it != end);
+  const std::pair<std::string, std::function<void()>> rows[] = {
+      {"Unable to read directory: \"" + dir.Path() + "\": Input/output error", [&] { ++it; }},
+      {"Unable to sync: " + dir.Path() + ": Input/output error", [&] { SyncToDisk(dir.Path()); }}};
+  failure = EIO;
+  for (const auto& [text, act] : rows) EXPECT_EQ(text, ErrorText(act));
+  failure = 0;
   _DirList list(dir.Path());
   int type = 0;
   for (std::string name; list.GetNextEntry(name, &type);) EXPECT_EQ(name == "sub", type == DT_DIR && name[0] != '.');
@@ -109,7 +128,10 @@ TEST_F(Filesystem, FindsHomeConfigurationWorkingDirectoryAndTheZoneOfTheLink) {
     EXPECT_TRUE(IsDirectory(dir / ".config"));
     unsetenv("HOME");
     EXPECT_EQ(getpwuid(getuid())->pw_dir, HomeDirectory());
+    EXPECT_EQ(0, setresuid(54'321, 0, 0));  // nobody's
+    EXPECT_EQ("", HomeDirectory());
     EXPECT_EQ(0, chdir((dir / "sub").c_str()));
+    EXPECT_EQ(dir / "sub", CurrentWorkingDirectory());
     RmDirectory(dir / "sub");
     EXPECT_EQ("Unable to read current working directory: No such file or directory",
               ErrorText([] { CurrentWorkingDirectory(); }));

@@ -99,6 +99,17 @@ TEST_F(PollLoop, APassWithinAPassHandsOutWhatIsLeft) {
   for (int i = 0; i < 3; ++i) EXPECT_TRUE(timers[i].fired == 1 && items[i].calls == (i < 2 ? 1 : 0)) << i;
 }
 
+TEST_F(PollLoop, WhoDoesNotCountAsRegisteredIsNotCalled) {
+  Item item;
+  Signal signal(SIGUSR1);
+  item.UnRegister(), signal.UnRegister();
+  loop.RegisterItem(&item), loop.RegisterSignalHandler(SIGUSR1, &signal);
+  raise(SIGUSR1);
+  loop.Poll(0);
+  EXPECT_TRUE(item.calls == 0 && signal.calls == 0);
+  loop.UnRegisterItem(&item), loop.UnRegisterSignalHandler(&signal);
+}
+
 TEST_F(PollLoop, ASignalEndsTheWaitAndThePassAndMayEndTheLoop) {
   const auto child = RunInChild([&] {
     for (const int signal : {SIGTERM, SIGINT}) loop.QuitOnSignal(signal);
@@ -147,6 +158,7 @@ TEST_F(PollLoop, InstallsSignalHandlersAndTellsWhatFailed) {
     EXPECT_FALSE(Blocked(SIGUSR1));
     arrived.clear_pending(SIGUSR2);
     EXPECT_TRUE(arrived.is_pending(SIGUSR1) && !arrived.is_pending(SIGUSR2));
+    EXPECT_FALSE(arrived.is_pending(-1) || arrived.is_pending(NSIG));
     const std::pair<std::function<void()>, const char*> refusals[] = {
         {[] { arrived.catch_signal(SIGKILL); }, "Unable to install signal handler: Invalid argument"},
         {[] { arrived.ignore_signal(SIGKILL); }, "Unable to ignore signal: Invalid argument"},
@@ -154,9 +166,12 @@ TEST_F(PollLoop, InstallsSignalHandlersAndTellsWhatFailed) {
     for (const auto& [act, text] : refusals) EXPECT_EQ(text, ErrorText(act));
     const Item item;
     loop.Poll(0);  // the sanitizer looks at an item's type the first time, and needs a descriptor for that
-    const rlimit none = {};
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none = {0, limit.rlim_max};
     setrlimit(RLIMIT_NOFILE, &none);  // poll(2) refuses more records than that
     EXPECT_THROW(loop.Poll(0), ErrnoError);
+    setrlimit(RLIMIT_NOFILE, &limit);
   });
   EXPECT_EQ(0, child.exit_status) << child.output;
 }

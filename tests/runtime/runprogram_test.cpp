@@ -3,10 +3,12 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pthread.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
 #include <iostream>
 #include <sstream>
 
@@ -14,6 +16,7 @@
 #include "runtime/streamfile.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/child_process.h"
+#include "tests/support/error_text.h"
 
 namespace {
 
@@ -88,6 +91,42 @@ TEST(RunProgram, ConnectsOnePipeOrNothing) {
     EXPECT_EQ(-1, RunProgram("/bin/sh -c 'kill -TERM $$; exit 3'"));
   });
   EXPECT_EQ(0, result.exit_status) << result.output;
+}
+
+TEST(RunProgram, TellsWhatFailedAndGoesOnAfterASignal) {
+  const auto result = RunInChild([] {
+    std::string text;
+    SignalProcessor::instance().catch_signal(SIGALRM);  // breaks the calls of whoever waits
+    EXPECT_EQ(4, RunProgram("/bin/sh -c 'kill -ALRM $PPID; exit 4'"));
+    EXPECT_EQ(0, RunProgramCaptureStdout("/bin/sh -c 'kill -ALRM $PPID; echo all of it'", text));
+    EXPECT_EQ("all of it\n", text);
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit few = {4, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &few);
+    const std::string no_pipe = ErrorText([&] { RunProgramCaptureStdout("/bin/true", text); });
+    setrlimit(RLIMIT_NOFILE, &limit);
+    EXPECT_EQ("Unable to create pipe: Too many open files", no_pipe);
+    std::signal(SIGCHLD, SIG_IGN);
+    EXPECT_EQ("Error while waiting for program to finish: No child processes",
+              ErrorText([] { RunProgram("/bin/true"); }));
+    EXPECT_EQ("Error while waiting for process to finish: No child processes",
+              ErrorText([] { RunProgramAsDaemon("/bin/true"); }));
+    std::signal(SIGCHLD, SIG_DFL);
+    if (geteuid() != 0) return;
+    for (const rlim_t processes : {2, 1}) {  // of a user who has this one already
+      const rlimit alone = {processes, processes};
+      setrlimit(RLIMIT_NPROC, &alone);
+      EXPECT_EQ(0, setresuid(54'321, 54'321, 0));
+      EXPECT_EQ(processes == 1 ? "Unable to fork: Resource temporarily unavailable" : "nothing thrown",
+                ErrorText([] { RunProgramAsDaemon("/bin/true"); }));
+      EXPECT_EQ(0, setresuid(0, 0, 0));
+    }
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
+  EXPECT_TRUE(geteuid() != 0 ||
+              result.output == "RunProgram: Got exception: Unable to fork: Resource temporarily unavailable\n")
+      << result.output;
 }
 
 TEST(RunProgram, ADaemonIsOnItsOwn) {

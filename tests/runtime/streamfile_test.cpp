@@ -26,13 +26,16 @@ struct StreamFileTest : testing::Test {
 
 // The streams themselves are the fuzzer's.
 TEST_F(StreamFileTest, CopiesCloseOnTheirOwn) {
-  StreamFile file(path, O_RDONLY);
+  StreamFile file(path, O_RDWR);
+  EXPECT_TRUE(file.Write("012") == 3 && file.Write("3456", 1) == 1);
+  file.IStream().seekg(0);
   file = *&file;
   StreamFile copy(file), assigned(path, O_RDONLY);
   assigned = file;
   file.Close();
   EXPECT_EQ(10u, copy.Read(text));
   EXPECT_TRUE(assigned.Read(text) == 0 && text.empty() && assigned.IsOpen()) << "one position";
+  EXPECT_FALSE(StreamFile(file).IsOpen());
 }
 
 TEST_F(StreamFileTest, TellsWhatFailed) {
