@@ -203,7 +203,7 @@ void PollProcessor::RunSignalHandlers() {
   }
   while (!_signal_work.empty()) {
     const auto [handler, signal] = TakeFront(_signal_work);
-    if (handler->IsRegistered()) handler->HandleSignal(signal);
+    handler->HandleSignal(signal);
   }
 }
 
