@@ -12,6 +12,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "runtime/errnoexcept.h"
 #include "runtime/signalprocessor.h"
 #include "runtime/streamfile.h"
 #include "tests/support/captured_output.h"
@@ -103,6 +104,8 @@ TEST(RunProgram, TellsWhatFailedAndGoesOnAfterASignal) {
     rlimit limit = {};
     getrlimit(RLIMIT_NOFILE, &limit);
     const rlimit few = {4, limit.rlim_max};
+    // The sanitizer looks at an exception's type the first time, and needs descriptors for that.
+    EXPECT_EQ("known: Success", ErrorText([] { throw ErrnoError("known", 0); }));
     setrlimit(RLIMIT_NOFILE, &few);
     const std::string no_pipe = ErrorText([&] { RunProgramCaptureStdout("/bin/true", text); });
     setrlimit(RLIMIT_NOFILE, &limit);

@@ -52,7 +52,7 @@ TEST(UsbButtonDevice, TellsEventsAndSetsTheLED) {
                                    {&Device::LED_Activity, 'A'},
                                    {&Device::LED_Error, 'E'}}) {
     (device.*set)();
-    EXPECT_TRUE(PollUntil([&] { return button.LED() == shown; })) << shown;
+    EXPECT_TRUE(PollUntil([&, led = shown] { return button.LED() == led; })) << shown;
   }
 }
 
