@@ -134,7 +134,7 @@ class FileServer : public SocketServerListener {
   void ClientClosed(SocketClient& client) override { _raw.erase(&client); }
 
  private:
-  static constexpr size_t kLongestHead = 100 * 1024;  // bytes, more than the parser takes
+  static constexpr size_t kLongestHead = size_t{100} << 10;  // bytes, more than the parser takes
 
   struct Reply {
     SocketClient& client;
@@ -146,7 +146,7 @@ class FileServer : public SocketServerListener {
   // behind one the connection ends.
   static std::string RequestLine(std::string& raw) {
     raw.erase(0, raw.find_first_not_of("\r\n"));
-    const std::string line = raw.substr(0, raw.find_first_of("\r\n"));
+    std::string line = raw.substr(0, raw.find_first_of("\r\n"));
     raw.erase(0, std::min(raw.find("\n\r\n"), raw.find("\n\n")));
     raw.erase(0, raw.find('\n', 1));
     return line;

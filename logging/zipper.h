@@ -5,9 +5,8 @@
 // begun may stay behind under a name of its own, such as zi4XDmOw.
 //
 //   - The text behind the last "." of the path is what goes, wherever it stands: /data.d/file goes into /data.zip.
-//   - An archive that exists takes the file up: x.txt and x.csv share x.zip, and a name that is packed again replaces
-//   its
-//     entry. Hand in finished files only, as what is written behind the packer's back goes with the file.
+//   - An archive that exists takes the file up: x.txt and x.csv share x.zip, and a name that is packed again takes the
+//     place of its entry. Hand in finished files only, as what is written behind the packer's back goes with the file.
 //   - The path reaches the shell as it stands, without quotes: no blanks in it, nor anything else the shell knows.
 //
 // Threads: any thread may call Zip. The worker blocks all signals, which its zip inherits: one that is under way goes
