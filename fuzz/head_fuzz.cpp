@@ -236,6 +236,7 @@ struct Server {
       Await(door.Fileno());
       Read();
       peer = door.Accept(nullptr);
+      pending.clear();
       Set(TCP_NODELAY);
     }
   }
@@ -245,8 +246,15 @@ struct Server {
       got.append(data, static_cast<size_t>(size));
     if (peer.IsOpen()) Set(TCP_QUICKACK);
   }
+  // Sends all that is pending as one: the system holds back what comes after some ten small pieces until the first are
+  // acknowledged, and the link would read them in two goes.
+  void Flush() {
+    if (!pending.empty() && peer.IsOpen()) send(peer.Fileno(), pending.data(), pending.size(), MSG_NOSIGNAL);
+    pending.clear();
+  }
   void Reset() {
     Read();
+    Flush();
     const linger at_once = {1, 0};
     setsockopt(peer.Fileno(), SOL_SOCKET, SO_LINGER, &at_once, sizeof at_once);
     peer.Close();
@@ -259,7 +267,7 @@ struct Server {
 
   Socket holder, door, peer;
   int accepted = 0;
-  std::string got;
+  std::string got, pending;
 };
 
 class Walk : public Head::Listener {
@@ -349,12 +357,13 @@ class Walk : public Head::Listener {
       case 8:
         if (!linked) return;
         _servers[server].Accept(_model.accepted[server]);
-        _servers[server].peer.Write(kTexts[detail % kTexts.size()]);
+        _servers[server].pending += kTexts[detail % kTexts.size()];
         _model.input += kTexts[detail % kTexts.size()];
         return;
       case 9:
         if (!linked) return;
         _servers[server].Accept(_model.accepted[server]);
+        _servers[server].Flush();
         _servers[server].peer.Shutdown(Socket::ShutdownWrite);
         _model.ended = true;
         return;
@@ -386,6 +395,7 @@ class Walk : public Head::Listener {
   // Lets both come to rest. The loop may take more passes, as the system has work to do.
   void _Settle() {
     _model.now = _Now();
+    for (Server& server : _servers) server.Flush();
     for (int pass = 0; pass < 8; ++pass) _model.Pass();
     for (int pass = 0; pass < 5 || (pass < 300 && !_Same()); ++pass) {
       if (pass > 20) Await(-1, 1);

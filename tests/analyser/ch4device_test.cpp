@@ -33,14 +33,14 @@ TEST_F(CH4DeviceTest, TellsWhatItReadsWhenVerbose) {
   device = std::make_unique<CH4Device>(true);
   device->RegisterListener(this);
   const CapturedOutput output;
-  for (const char* line : {"x\n", "DATAH\tDIAG\tCH4\tCHK\n", "DATADIAGH\tNOSIGNAL\tBADTEMP\n", "DATA\t2\t1.25\t 45\n",
-                           "DATA\t2\t1\t  1\n"})
+  for (const char* line : {"x\n", "DATAH\tDIAG\tCH4\tCH4\tCHK\n", "DATADIAGH\tNOSIGNAL\tBADTEMP\n",
+                           "DATA\t2\t1.25\t7\t109\n", "DATA\t2\t1\t  1\n"})
     device->HeadGotLine(line);
   EXPECT_EQ(
       "CH4: x\n\n"
-      "CH4: DATAH\tDIAG\tCH4\tCHK\n\nCH4=1\nCHK=2\nDIAG=0\n"
+      "CH4: DATAH\tDIAG\tCH4\tCH4\tCHK\n\nCH4=2\nCHK=3\nDIAG=0\n"
       "CH4: DATADIAGH\tNOSIGNAL\tBADTEMP\n\nBADTEMP=2\nNOSIGNAL=1\n"
-      "CH4: DATA\t2\t1.25\t 45\n\nCH4: CH4=1.25 CHK=45 DIAG=2 BADTEMP=1 NOSIGNAL=0\n"
+      "CH4: DATA\t2\t1.25\t7\t109\n\nCH4: CH4=7 DIAG=2 BADTEMP=1 NOSIGNAL=0\n"
       "CH4: DATA\t2\t1\t  1\n\n",
       output.Text());
 }

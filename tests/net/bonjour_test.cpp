@@ -16,6 +16,21 @@
 using testing::ElementsAre;
 
 namespace {
+bool no_resolver = false;  // the library has none to give
+}
+
+extern "C" decltype(avahi_service_resolver_new) __real_avahi_service_resolver_new, __wrap_avahi_service_resolver_new;
+AvahiServiceResolver* __wrap_avahi_service_resolver_new(AvahiClient* client, AvahiIfIndex interface,
+                                                        AvahiProtocol protocol, const char* name, const char* type,
+                                                        const char* domain, AvahiProtocol wanted,
+                                                        AvahiLookupFlags flags, AvahiServiceResolverCallback callback,
+                                                        void* data) {
+  if (no_resolver) return nullptr;
+  return __real_avahi_service_resolver_new(client, interface, protocol, name, type, domain, wanted, flags, callback,
+                                           data);
+}
+
+namespace {
 
 constexpr const char* kType = "_moorlog-test._tcp";
 using Txt = std::map<std::string, std::string>;
@@ -94,6 +109,12 @@ TEST(AvahiPoll, FiresADeadlineOnceAndBearsNull) {
   api.watch_update(nullptr, AVAHI_WATCH_IN);
   api.watch_free(nullptr);
   EXPECT_EQ(0U, api.watch_get_events(nullptr) + _avahi_watch_count() + _avahi_timeout_count());
+}
+
+TEST(AvahiCall, KeepsTheFirstOfWhatIsThrown) {
+  for (const char* text : {"first", "second"}) AvahiCall::Guard([=] { throw std::runtime_error(text); });
+  EXPECT_EQ("first", ErrorText(AvahiCall::ThrowKept));
+  EXPECT_EQ("nothing thrown", ErrorText(AvahiCall::ThrowKept));
 }
 
 // Every operation on a client that has no daemon, or no listener to tell.
@@ -234,6 +255,13 @@ TEST_F(Discovery, OutlivesDaemonAndBus) {
 
 TEST_F(Discovery, LetsAListenerThrowClearAndDestroy) {
   hosts->Publish(1, "head-1", kType, 7, {});
+  no_resolver = true;
+  EXPECT_TRUE(Until([&] { return !finder.errors.empty(); }));
+  EXPECT_EQ("Unable to resolve service: head-1", finder.errors[0]);
+  no_resolver = false;
+  client->Clear();
+  client->Browse(kType);
+  finder.errors.clear();
   client->Register("mine", kType, "", 1, {}, true);
   finder.on_event = [] { throw std::runtime_error("enough"); };
   EXPECT_EQ("enough", ErrorText([&] { Until([&] { return finder.added == 2; }); }));

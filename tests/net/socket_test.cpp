@@ -15,12 +15,19 @@
 #include "tests/support/error_text.h"
 #include "tests/support/temp_directory.h"
 
-int accept_error = 0;  // what the next accept fails with
+int accept_error = 0, option_error = 0;  // what the next call fails with
 
 extern "C" int __real_accept(int fileno, sockaddr* address, socklen_t* length);
 extern "C" int __wrap_accept(int fileno, sockaddr* address, socklen_t* length) {
   if (accept_error == 0) return __real_accept(fileno, address, length);
   errno = std::exchange(accept_error, 0);
+  return -1;
+}
+
+extern "C" int __real_setsockopt(int fileno, int level, int option, const void* value, socklen_t length);
+extern "C" int __wrap_setsockopt(int fileno, int level, int option, const void* value, socklen_t length) {
+  if (option_error == 0) return __real_setsockopt(fileno, level, option, value, length);
+  errno = std::exchange(option_error, 0);
   return -1;
 }
 
@@ -185,6 +192,9 @@ TEST(Socket, OpensWithWhatEverySocketHas) {
   EXPECT_EQ(1, reuse);
   EXPECT_EQ("Socket: unable to create socket: Protocol not supported",
             ErrorText([&] { s.Open(Socket::FamilyIPv4, Socket::TypeStream, IPPROTO_UDP); }));
+  option_error = EPERM;
+  EXPECT_EQ("Socket: unable to create socket: Operation not permitted",
+            ErrorText([&] { s.Open(Socket::FamilyIPv4, Socket::TypeStream, 0); }));
   EXPECT_FALSE(s.IsOpen());
 }
 
