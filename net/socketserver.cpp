@@ -385,12 +385,20 @@ void SocketServer::_Tell(Event event) {
   for (size_t i = 0; i < _listeners.size(); ++i) event(*_listeners[i]);
 }
 
+// Nobody is to hear of an event behind ClientClosed.
+template <typename Event>
+void SocketServer::_TellWhileOpen(const SocketClient& client, Event event) {
+  _Tell([&](auto& listener) {
+    if (!client.IsClosed()) event(listener);
+  });
+}
+
 void SocketServer::ClientOpenedEvent(SocketClient& client) {
-  _Tell([&](auto& listener) { listener.ClientOpened(client); });
+  _TellWhileOpen(client, [&](auto& listener) { listener.ClientOpened(client); });
 }
 
 void SocketServer::ClientConnectedEvent(SocketClient& client) {
-  _Tell([&](auto& listener) { listener.ClientConnected(client); });
+  _TellWhileOpen(client, [&](auto& listener) { listener.ClientConnected(client); });
 }
 
 void SocketServer::StuffEvent(SocketClient& client, const std::string& data) {
@@ -398,11 +406,11 @@ void SocketServer::StuffEvent(SocketClient& client, const std::string& data) {
 }
 
 void SocketServer::ClientReadClosedEvent(SocketClient& client) {
-  _Tell([&](auto& listener) { listener.ClientReadClosed(client); });
+  _TellWhileOpen(client, [&](auto& listener) { listener.ClientReadClosed(client); });
 }
 
 void SocketServer::ClientWriteClosedEvent(SocketClient& client) {
-  _Tell([&](auto& listener) { listener.ClientWriteClosed(client); });
+  _TellWhileOpen(client, [&](auto& listener) { listener.ClientWriteClosed(client); });
 }
 
 void SocketServer::ClientClosedEvent(SocketClient& client) {

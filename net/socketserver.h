@@ -7,7 +7,8 @@
 // ClientReadClosed and ClientWriteClosed in either order, at most once each; ClientClosed at the end, once. Behind
 // ClientClosed there only come the records or messages of bytes that had been read already, if a listener closed the
 // client while it was told of one of them. A connection that fails skips what it didn't get to; one that was dialled
-// and refused is opened, connected and closed. A listener that throws keeps those behind it from that event.
+// and refused is opened, connected and closed. Listeners behind one that throws aren't told of that event, nor are
+// those behind one that closes the client, unless it is data: what they have been told by then is the end.
 //
 // A listener may write to, finish and close any client, and dial, in any event. It may not destroy a client or the
 // server, and may not add or remove listeners. What it throws
@@ -263,6 +264,8 @@ class SocketServer : public PollItem, public PollTimer {
   SocketClient& _Add(const Address&... address);
   template <typename Event>
   void _Tell(Event event);
+  template <typename Event>
+  void _TellWhileOpen(const SocketClient& client, Event event);
   void _clean_stale_clients();
   void _send_keep_alive();
 
