@@ -81,11 +81,15 @@ Outcome Feed(int type, const std::string& bytes, size_t piece, bool throws = fal
   }
   outcome.calls = recorder.calls;
 
+  // Whatever it was left with, it starts afresh.
   recorder.throws = false;
   parser.Reset();
-  parser.Execute(type == HTTPParser::TypeResponse ? "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n"
-                                                  : "GET / HTTP/1.1\r\n\r\n");
+  REQUIRE(!parser.Upgrade());
+  const bool response = type == HTTPParser::TypeResponse;
+  parser.Execute(response ? "HTTP/1.1 200 OK\r\nContent-Length: 0\r\n\r\n" : "GET / HTTP/1.1\r\n\r\n");
   REQUIRE(recorder.calls.size() == outcome.calls.size() + 1);
+  const Call fresh = response ? Call{"response", {{"Content-Length", "0"}}, ""} : Call{"/", {}, ""};
+  REQUIRE(recorder.calls.back() == fresh);
   return outcome;
 }
 
