@@ -101,6 +101,21 @@ void RenameFile(const std::string& from, const std::string& to) {
   if (rename(from.c_str(), to.c_str()) != 0) ThrowErrno("Unable to rename ", from, " to ", to);
 }
 
+void ReplaceFile(const std::string& path, const std::string& text) {
+  const std::string beside = path + ".new";
+  StreamFileBase file(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
+  if (!file.IsOpen()) ThrowErrno("Unable to open: ", beside);
+  file.OStream() << text << std::flush;
+  if (!file.OStream().good()) throw std::runtime_error("Unable to write: " + beside);
+  if (fsync(file.Fileno()) != 0) ThrowErrno("Unable to sync: ", beside);
+  file._close();
+  RenameFile(beside, path);
+
+  // The new name too has to reach the disk.
+  const std::string directory = path.substr(0, path.rfind('/') + 1);
+  SyncToDisk(directory.empty() ? "." : directory);
+}
+
 void CreateSymLink(const std::string& target, const std::string& link) {
   if (symlink(target.c_str(), link.c_str()) != 0) ThrowErrno("Unable to create symlink ", link, " to file ", target);
 }

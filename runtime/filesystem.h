@@ -62,6 +62,10 @@ void SyncToDisk(const std::string& path);
 FileInformationRecord FileInformation(const std::string& path);
 PartitionRecord PartitionSizeAndAvailableSpace(const std::string& path);
 void RenameFile(const std::string& from, const std::string& to);
+// A reader finds the old text or the new one, whole, whenever the program or the power went: the text goes into a file
+// beside it, with ".new" behind its name, which takes its place when it has reached the disk. On an error the old file
+// is left as it was, and the one beside it may stay. One writer for each path.
+void ReplaceFile(const std::string& path, const std::string& text);
 void CreateSymLink(const std::string& target, const std::string& link);
 // At most 255 characters of the target.
 std::string ReadSymLink(const std::string& path);
