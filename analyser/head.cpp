@@ -290,6 +290,7 @@ void Head::Private::_DispatchIncomingData(const std::string& data) {
   _gotData = true;
   const unsigned int session = _session;
   _listener->HeadGotRaw(data);
+  if (_session != session) return;
   _parser.AppendRawData(data);
   while (_session == session) {
     std::string record;

@@ -12,7 +12,8 @@
 // follows from it: silence never breaks a link, only an error, a hang-up or the end of the stream does. That is meant.
 //
 // What was queued or is an incomplete line when a socket closes stays, and goes out or is joined to the input on the
-// next connection, to whatever target. That is meant too.
+// next connection, to whatever target. That is meant too. Bytes whose connection HeadGotRaw has closed are not cut: an
+// owner that takes them raw and closes would gather them for ever.
 //
 // The queue has no limit, and neither has the length of a line.
 //

@@ -173,6 +173,7 @@ class Model {
       const std::string data = std::exchange(input, "");
       _got_data = true;
       _Note("raw " + data);
+      if (_session != was) return;
       _buffer += data;
       while (_session == was) {
         const unsigned int block = _block;
