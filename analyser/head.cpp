@@ -288,10 +288,9 @@ void Head::Private::_Read() {
 
 void Head::Private::_DispatchIncomingData(const std::string& data) {
   _gotData = true;
-  const unsigned int session = _session;
   _listener->HeadGotRaw(data);
-  if (_session != session) return;
   _parser.AppendRawData(data);
+  const unsigned int session = _session;
   while (_session == session) {
     std::string record;
     bool isBLOB = false;

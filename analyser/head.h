@@ -12,8 +12,7 @@
 // follows from it: silence never breaks a link, only an error, a hang-up or the end of the stream does. That is meant.
 //
 // What was queued or is an incomplete line when a socket closes stays, and goes out or is joined to the input on the
-// next connection, to whatever target. That is meant too. Bytes whose connection HeadGotRaw has closed are not cut: an
-// owner that takes them raw and closes would gather them for ever.
+// next connection, to whatever target. That is meant too.
 //
 // The queue has no limit, and neither has the length of a line.
 //
@@ -32,8 +31,9 @@ class BonjourResolver;
 class Head {
  public:
   // Any of these may call everything here, and may let go of the last handle, so that no more calls come. The link
-  // looks after each call whether its socket is still the same: lines that were cut already but belong to one that is
-  // closed wait in the buffer for the next connection.
+  // looks after each call whether its socket is still the same: lines that stand behind one whose call closed it wait
+  // in the buffer for the next connection. Closing in HeadGotRaw holds nothing back: what came is still cut, or an
+  // owner that takes its replies raw and closes behind each would gather them for ever.
   class Listener {
    public:
     virtual ~Listener() noexcept(false) = default;

@@ -154,9 +154,9 @@ class Model {
       } catch (const std::exception&) {
         open = connected = _closing = ended = reset = false;
         input.clear();
-        ++_session;
       }
     }
+    ++_session;
     due = gone ? -1 : now + 2'000;
     _state = Retry;
   }
@@ -173,9 +173,9 @@ class Model {
       const std::string data = std::exchange(input, "");
       _got_data = true;
       _Note("raw " + data);
-      if (_session != was) return;
       _buffer += data;
-      while (_session == was) {
+      const int at_raw = _session;
+      while (_session == at_raw) {
         const unsigned int block = _block;
         const size_t size = block > 0 ? block : _buffer.find('\n') + 1;
         if (size == 0 || size > _buffer.size()) break;
