@@ -106,15 +106,17 @@ class FileServer : public SocketServerListener {
   int Answers() const { return _answers; }
   int Files() const { return _files; }
 
+  void ClientOpened(SocketClient& client) override { _raw[&client] = ""; }
   void GotRequest(SocketClient& client, const std::string& data) override {
-    std::string& raw = _raw[&client];
-    if (raw.size() < kLongestHead) raw += data;
+    const auto its = _raw.find(&client);
+    if (its != _raw.end() && its->second.size() < kLongestHead) its->second += data;
   }
   void GotHTTPRequest(SocketClient& client, std::string url, Headers& headers, std::string body) override {
-    if (client.IsClosed()) return;
-    const std::string line = RequestLine(_raw[&client]);
+    const auto its = _raw.find(&client);
+    if (its == _raw.end()) return;
+    const std::string line = RequestLine(its->second);
     // Asked for more before it has got what it asked for. As it gets no answer it will ask again (RFC 9112, 9.3.2).
-    if (client.IsSendingFile()) return client.CloseWhenDone();
+    if (client.IsSendingFile()) return Finish(client);
     const std::string method = line.substr(0, line.find(' '));
     const bool known = (method == "GET" || method == "HEAD") && body.empty();
     const Reply reply = {client, method == "HEAD", !known || !WantsMore(line, headers)};
@@ -128,7 +130,7 @@ class FileServer : public SocketServerListener {
       SendFile(reply, *name, *file);
     else
       Send(reply, "404 Not Found", "no such file\n");
-    if (reply.last) client.CloseWhenDone();
+    if (reply.last) Finish(client);
   }
   void ClientReadClosed(SocketClient& client) override { client.CloseWhenDone(); }
   void ClientClosed(SocketClient& client) override { _raw.erase(&client); }
@@ -141,6 +143,11 @@ class FileServer : public SocketServerListener {
     bool head;  // without a body
     bool last;  // of this connection
   };
+
+  void Finish(SocketClient& client) {
+    _raw.erase(&client);
+    client.CloseWhenDone();
+  }
 
   // "GET /name HTTP/1.1", taken off the front of the bytes together with the header block behind it. A body isn't:
   // behind one the connection ends.
@@ -186,7 +193,8 @@ class FileServer : public SocketServerListener {
   const Directory _directory;
   int _answers = 0;
   int _files = 0;
-  // What has come and belongs to no request yet: a request is told without its method, which stands there.
+  // Of each that may still ask, what has come and belongs to no request yet: a request is told without its method,
+  // which stands there.
   std::map<SocketClient*, std::string> _raw;
   SocketServer _server;
 };
