@@ -76,6 +76,8 @@ class SocketClient : public PollItem {
 
   // Queues; what a closed or finished client is given is dropped without a word.
   void Write(const std::string& data);
+  // Bytes that wait to be sent, without those of a file. For who wants a limit: there is none.
+  size_t Queued() const { return _pending.size() + _sending.size() - _sent; }
 
   // Queues a regular file, of which one chunk at a time is in memory; anything else could block the loop. It goes out
   // behind what is queued already and before what is written from now on. Does nothing while another file is on its

@@ -6,9 +6,13 @@
 #include <stdexcept>
 #include <system_error>
 
-SuperUser::SuperUser() : _user(geteuid()) {
+SuperUser::SuperUser() : _user(Gain()) {}
+
+uid_t SuperUser::Gain() {
+  const uid_t user = geteuid();
   if (seteuid(0) != 0)
     throw std::runtime_error("Unable to gain super user priviledges: " + std::generic_category().message(errno));
+  return user;
 }
 
 SuperUser::~SuperUser() {

@@ -22,6 +22,10 @@ class SuperUser {
   // Restores the effective user that was there before, and leaves errno alone.
   ~SuperUser();
 
+  // For rights that outlive a scope: takes them and returns the effective user that was there before, whom the caller
+  // has to restore. Throws as the constructor does.
+  static uid_t Gain();
+
  private:
   const uid_t _user;
 };

@@ -131,8 +131,12 @@ LinuxTTYWriter::LinuxTTYWriter(const std::string& path) : LinuxTTYItem(path, Ope
   _queue.reserve(kBufferSize);
 }
 
+int LinuxTTYWriter::Room() const {
+  return _hung_up ? 0 : kBufferSize - static_cast<int>(_queue.size());
+}
+
 int LinuxTTYWriter::Write(const char* data, int length) {
-  length = std::min(length, _hung_up ? 0 : kBufferSize - static_cast<int>(_queue.size()));
+  length = std::min(length, Room());
   if (length > 0) {
     _queue.insert(_queue.end(), data, data + length);
     SetRequestedEvents(POLLOUT);

@@ -105,6 +105,7 @@ class LinuxTTYWriter : public LinuxTTYItem {
   // gone takes nothing.
   int Write(const char* data, int length);
   int Write(const std::string& text);
+  int Room() const;  // bytes that Write would queue now
 
   void HandleWrite() override;
   const char* Description() const override;
