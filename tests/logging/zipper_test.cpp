@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <csignal>
-#include <regex>
+#include <sstream>
 #include <thread>
 
 #include "runtime/filesystem.h"
@@ -43,7 +43,11 @@ std::string OutputOf(const std::vector<std::string>& paths) {
   Zipper zipper;
   for (const auto& path : paths) zipper.Zip(path);
   zipper.Quit();
-  return std::regex_replace("\n" + output.Text(), std::regex("\n+(zip [^\n]*)?(?=\n)"), "").substr(1);
+  std::istringstream told(output.Text());
+  std::string kept;
+  for (std::string line; std::getline(told, line);)
+    if (!line.empty() && !line.starts_with("zip ")) kept += line + '\n';
+  return kept;
 }
 
 std::string Unzipped(const std::string& archive, const std::string& name) {

@@ -13,8 +13,8 @@
 
 class TempDirectory {
  public:
-  TempDirectory() {
-    std::string name = std::filesystem::temp_directory_path() / "moorlog-test-XXXXXX";
+  explicit TempDirectory(const std::filesystem::path& place = std::filesystem::temp_directory_path()) {
+    std::string name = place / "moorlog-test-XXXXXX";
     if (mkdtemp(name.data()) == nullptr) throw std::runtime_error(name);
     _path = std::filesystem::canonical(name);
   }
