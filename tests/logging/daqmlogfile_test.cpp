@@ -1,0 +1,40 @@
+#include "logging/daqmlogfile.h"
+
+#include <gtest/gtest.h>
+
+#include <optional>
+
+#include "tests/support/captured_output.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+// What stands in the files is the fuzzer's.
+TEST(DAQMLogFile, TellsWhyARowIsLost) {
+  const TempDirectory dir;
+  dir.Write("plain", "");
+  struct Row {
+    std::string directory, suffix, output;
+    bool opened;
+  };
+  for (const Row& row :
+       {Row{dir / "plain", ".txt",
+            "ERROR logging DAQM data: Unable to create directory: \"" + (dir / "plain/") + "\": File exists\n", false},
+        Row{dir / "a/b", ".txt",
+            "ERROR logging DAQM data: Unable to create directory: \"" + (dir / "a/b/") +
+                "\": No such file or directory\n",
+            false},
+        Row{dir / "made", "/none", "", false}, Row{dir / "made/", ".txt", "", true}}) {
+    DAQMLogFile log(row.directory, row.suffix, "X");
+    log.SetHeader({}, {});
+    log.SetData(1'000'000'000, {});
+    std::optional<CapturedOutput> output(std::in_place);
+    const bool opened = log.LogData();
+    const std::string text = output->Text();
+    output.reset();
+    EXPECT_EQ(opened, row.opened) << row.directory;
+    EXPECT_EQ(text, row.output);
+  }
+}
+
+}  // namespace
