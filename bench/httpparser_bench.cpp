@@ -18,9 +18,9 @@ namespace {
 
 const std::string kRequest =
     "GET /?command=DataQuery&uri=dl:Public&format=json&mode=most-recent&p1=1 HTTP/1.1\r\nHost: 192.168.7.11\r\n"
-    "User-Agent: Heathlink\r\nAccept: */*\r\n\r\n";
+    "User-Agent: Moorlog\r\nAccept: */*\r\n\r\n";
 const std::string kResponse =
-    "HTTP/1.1 200 OK\r\nServer: CR1000\r\nDate: Fri, 01 Mar 2024 00:00:00 GMT\r\nContent-Type: application/json\r\n"
+    "HTTP/1.1 200 OK\r\nServer: Logger\r\nDate: Fri, 01 Mar 2024 00:00:00 GMT\r\nContent-Type: application/json\r\n"
     "Cache-Control: no-cache\r\nContent-Length: 1500\r\n\r\n" +
     std::string(1500, 'j');
 constexpr size_t kChunk = 4096;  // as a client reads
