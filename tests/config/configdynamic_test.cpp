@@ -6,18 +6,6 @@
 
 namespace {
 
-TEST(ConfigurableCompositeDynamic, IsReplacedByTheFirstChildOfAPass) {
-  SampleTree tree;
-  const Exchange exchanges[] = {
-      {"<L><dyn><val1>1</val1><val2>2</val2><val3>3</val3></dyn></L>", ""},
-      {"<L><dyn>&query_item;</dyn></L>", "<val1>1</val1><val2>2</val2><val3>3</val3>"},
-      {"<L><dyn><val>1</val><val>2</val><val>error</val><val>4</val><val>another error</val></dyn></L>",
-       "<Error Param=\"val\">unable to read float</Error><Error Param=\"val\">unable to read float</Error>"},
-      {"<L><dyn>&query_changes_item;</dyn></L>", "<val>1</val><val>2</val><val>4</val>"},
-  };
-  for (const auto& row : exchanges) EXPECT_EQ(row.answer, Answer(tree, row.document)) << row.document;
-}
-
 TEST(ConfigurableCompositeDynamic, OwnsComparesAndCopiesItsItems) {
   ConfigurableCompositeDynamic<Number> list("list"), copy("copy");
   for (const double value : {1.0, 2.0, 1.0}) list.add(*new Number("v", value));

@@ -9,32 +9,7 @@ namespace {
 constexpr char kWhole[] =
     "<L><a>1234</a><b>0.1234</b><c>43.21</c><d><e><g>0.11</g><g>0.22</g><g>0.33</g></e><f>6.5</f></d>"
     "<lunch>apple</lunch><dyn/></L>";
-constexpr char kDoctype[] =
-    "<L><a>{float}</a><b>{float}</b><c>{float}</c><d><e><g>{float}</g><g>{float}</g><g>{float}</g></e><f>{float}</f>"
-    "</d><lunch>{apple|banana|orange|grapes|tire|translate&lt;&gt;&amp;&apos;&quot;}</lunch><dyn/></L>";
-
-// Worked by hand; what follows from them on any input is seen to by fuzz/configurable_fuzz.cpp, which runs here as
-// well.
-TEST(Configurable, AnswersInPlaceAndAppliesWhatItCan) {
-  SampleTree tree;
-  tree._set_changed(false);
-  const Exchange exchanges[] = {
-      {"&query_item;", kWhole},
-      {"&query_doctype_item; <L/>", kDoctype},
-      {"<L><c> &query_item; 9 &query_item; </c></L>", "43.21 9"},
-      {"&query_changes_item;", "<L><c>9</c></L>"},
-      {"<L><a> &query_item; </a></L> this is some junk the configurable should throw away", "1234"},
-      {"<L><d><e><g>1</g></e>&query_item;</d></L>", "<e><g>1</g><g>1</g><g>1</g></e><f>6.5</f>"},
-      {"<L><a>qwerty</a><b>2.1</b><a> &query_item; </a><b> &query_item; </b></L>",
-       "<Error Param=\"a\">unable to read float</Error>1234 2.1"},
-      {"<L><b>&query_illegal;</b></L>", "<Error Param=\"b\">Invalid query: &query_illegal;</Error>"},
-      {"<attic>&query_item;</attic>", "<Error Param=\"L\">Invalid start element: attic</Error>(failed)"},
-      {"<L><a><x><y/></x>7</a><b>5</b><a>&query_item;</a><b>&query_item;</b></L>",
-       "<Error Param=\"a\">Invalid configuration tag: x</Error>1234 5"},
-      {"<L><a>5</x>7</a><a>&query_item;</a></L>", "<Error Param=\"a\">Invalid End Element: x</Error>5"},
-  };
-  for (const auto& row : exchanges) EXPECT_EQ(row.answer, Answer(tree, row.document)) << row.document;
-}
+// What a tree answers to any input is held against a second form in fuzz/configurable_fuzz.cpp.
 
 TEST(Configurable, ADocumentNestedDeeplyIsSkippedLikeAnyUnknownContent) {
   constexpr int kDepth = 100'000;
