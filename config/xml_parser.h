@@ -59,6 +59,7 @@ class XMLParser {
   TokenKind GetNextToken();
 
   TokenKind GetCurrToken() const { return static_cast<TokenKind>(_tokens[_current].kind); }
+  const TokenInfo& GetToken() const { return _tokens[_current]; }  // its texts stay as long as the parser
   std::string GetTokenString() const { return std::string(_tokens[_current].string()); }
   std::string GetTokenValue() const { return std::string(_tokens[_current].value()); }
 
@@ -91,7 +92,8 @@ class XMLParser {
 
   std::istream& _in;
 
-  std::pmr::monotonic_buffer_resource _texts;
+  char _first_texts[1024];  // a short document takes none of its texts from the heap
+  std::pmr::monotonic_buffer_resource _texts{_first_texts, sizeof _first_texts};
   std::deque<TokenInfo> _tokens;
   Position _current = 0;
   Position _marked = 0;

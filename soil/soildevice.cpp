@@ -29,7 +29,13 @@ enum Kind {
   kError
 };
 
-const std::unordered_map<std::string_view, Kind> kKinds = {
+struct Row {
+  std::string_view path;
+  Kind kind;
+};
+
+// Sorted within each kind, as the maps of a record are.
+constexpr Row kRows[] = {
     {"/SR/DATA/BENCHPRESSURE", kFloat},
     {"/SR/DATA/BENCHTEMP", kFloat},
     {"/SR/DATA/BOARDTEMP", kFloat},
@@ -84,15 +90,25 @@ const std::unordered_map<std::string_view, Kind> kKinds = {
     {"/SR/ERROR", kError},
 };
 
-Kind KindOf(const std::string& path) {
-  const auto found = kKinds.find(path);
-  return found == kKinds.end() ? kString : found->second;
+constexpr std::size_t kRowCount = std::size(kRows);
+constexpr Row kUnlisted = {"", kString};
+
+// The program's one map of paths.
+const std::unordered_map<std::string_view, const Row*> _types = [] {
+  std::unordered_map<std::string_view, const Row*> types;
+  for (const Row& row : kRows) types.emplace(row.path, &row);
+  return types;
+}();
+
+const Row& RowOf(const std::string& path) {
+  const auto found = _types.find(path);
+  return found == _types.end() ? kUnlisted : *found->second;
 }
 
 // The open elements. Their names joined, each with a "/" before it, is all that is ever looked at.
-class Path {
+class _XPath {
  public:
-  void Push(const std::string& name) {
+  void Push(std::string_view name) {
     _starts.push_back(_text.size());
     _text.append(1, '/').append(name);
   }
@@ -129,13 +145,45 @@ bool ReadFloat(std::string_view text, float& value) {
   return !failed;
 }
 
+// The numbers of one line, by their rows; of two for one path the last counts. So the maps are filled in their own
+// order, and no field has to look for its place.
+class Numbers {
+ public:
+  void Read(const Row& row, std::string_view text) {
+    Value& value = _values[&row - kRows];
+    if (row.kind == kFloat) {
+      if (float real = 0; ReadFloat(text, real)) value = {true, real, 0};
+    } else {
+      if (int32_t integer = 0; ReadInteger(text, integer)) value = {true, 0, integer};
+    }
+  }
+  void Fill(SoilData& data) const {
+    for (std::size_t row = 0; row < kRowCount; ++row) {
+      const Value& value = _values[row];
+      if (!value.present) continue;
+      if (kRows[row].kind == kFloat)
+        data.floats.emplace_hint(data.floats.end(), kRows[row].path, value.real);
+      else
+        data.longs.emplace_hint(data.longs.end(), kRows[row].path, value.integer);
+    }
+  }
+
+ private:
+  struct Value {
+    bool present;
+    float real;
+    int32_t integer;
+  };
+  Value _values[kRowCount] = {};
+};
+
 // A date and a time by position, without separators: YYYYMMDDHHMMSS.
 int _ReadIntFromString(std::string_view text, std::size_t position, std::size_t length) {
   int32_t value = 0;
   return text.size() >= position + length && ReadInteger(text.substr(position, length), value) ? value : 0;
 }
 
-time_t TimeOf(const std::string& text) {
+time_t TimeOf(std::string_view text) {
   tm when{};
   when.tm_year = _ReadIntFromString(text, 0, 4) - 1900;
   when.tm_mon = _ReadIntFromString(text, 4, 2) - 1;
@@ -237,52 +285,37 @@ void SoilDevice::HeadGotLine(std::string line) {
   if (_verbose) std::cout << "Soil Rx: " << line << '\n';  // a blank line follows, as the line has its own end
   if (_listener == nullptr || line.empty() || line[0] != '<') return;
 
-  std::istringstream in(std::move(line));
-  XMLParser parser(in);
   SoilData data;
-  data.time = _lastTime;
-  Path path;
-  Kind line_kind = kString;  // of the outermost element that is listed
-  for (;;) {
-    switch (parser.GetNextToken()) {
-      case XMLParser::START_ELEMENT:
-        path.Push(parser.GetTokenString());
-        if (line_kind == kString) line_kind = KindOf(path.Text());
-        continue;
-      case XMLParser::END_ELEMENT:
-        path.Pop(parser.GetTokenString());
-        continue;
-      case XMLParser::STRING:
-        _ReadField(path.Text(), parser.GetTokenString(), data);
-        continue;
-      case XMLParser::END_DOC:
-      case XMLParser::ERROR:
-        break;
-      default:
-        continue;
-    }
-    break;
-  }
-  _Dispatch(line_kind, data);
+  _Dispatch(_ReadLine(std::move(line), data), data);
 }
 
-void SoilDevice::_ReadField(const std::string& path, std::string text, SoilData& data) {
-  float real = 0;
-  int32_t integer = 0;
-  switch (KindOf(path)) {
-    case kFloat:
-      if (ReadFloat(text, real)) data.floats[path] = real;
-      break;
-    case kLong:
-      if (ReadInteger(text, integer)) data.longs[path] = integer;
-      break;
-    case kTime:
-      data.time = _lastTime = TimeOf(text);
-      break;
-    case kIgnored:
-      break;
-    default:
-      data.strings[path] = std::move(text);
+int SoilDevice::_ReadLine(std::string line, SoilData& data) {
+  std::istringstream in(std::move(line));
+  XMLParser parser(in);
+  _XPath path;
+  Numbers numbers;
+  data.time = _lastTime;
+  Kind line_kind = kString;  // of the outermost element that is listed
+  for (;;) {
+    const auto token = parser.GetNextToken();
+    const std::string_view text = parser.GetToken().string();
+    if (token == XMLParser::START_ELEMENT) {
+      path.Push(text);
+      if (line_kind == kString) line_kind = RowOf(path.Text()).kind;
+    } else if (token == XMLParser::END_ELEMENT) {
+      path.Pop(text);
+    } else if (token == XMLParser::END_DOC || token == XMLParser::ERROR) {
+      numbers.Fill(data);
+      return line_kind;
+    } else if (token == XMLParser::STRING) {
+      const Row& row = RowOf(path.Text());
+      if (row.kind == kFloat || row.kind == kLong)
+        numbers.Read(row, text);
+      else if (row.kind == kTime)
+        data.time = _lastTime = TimeOf(text);
+      else if (row.kind != kIgnored)
+        data.strings[path.Text()] = text;
+    }
   }
 }
 

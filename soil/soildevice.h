@@ -76,7 +76,7 @@ class SoilDevice : public Head::Listener {
   void HeadGotLine(std::string line) override;
 
  private:
-  void _ReadField(const std::string& path, std::string text, SoilData& data);
+  int _ReadLine(std::string line, SoilData& data);
   void _Dispatch(int kind, SoilData& data);
 
   Head _head;
