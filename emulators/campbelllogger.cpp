@@ -100,9 +100,21 @@ void CampbellLogger::ClientOpened(SocketClient&) {
   ++_open;
 }
 
+void CampbellLogger::ClientClosed(SocketClient& client) {
+  --_open;
+  if (&client == _ending) _ending = nullptr;
+}
+
+// What it still asks for is heard, but not answered.
+void CampbellLogger::_End(SocketClient& client) {
+  _ending = &client;
+  client.CloseWhenDone();
+}
+
 void CampbellLogger::GotHTTPRequest(SocketClient& client, std::string url, std::map<std::string, std::string>&,
                                     std::string) {
   _requests.push_back(url);
+  if (&client == _ending) return;
   const Trouble trouble = _troubled > 0 ? _trouble : kNone;
   if (_troubled > 0) --_troubled;
   const std::string page = "<html><body>" + std::to_string(_requests.size()) + "</body></html>";
@@ -110,15 +122,20 @@ void CampbellLogger::GotHTTPRequest(SocketClient& client, std::string url, std::
     case kSilence:
       return;
     case kNotFound:
-      return _Reply(client, "404 Not Found", ::kHTML, page);
+      _Reply(client, "404 Not Found", ::kHTML, page);
+      return;
     case kServerError:
-      return _Reply(client, "500 Internal Server Error", ::kHTML, page);
+      _Reply(client, "500 Internal Server Error", ::kHTML, page);
+      return;
     case kHTML:
-      return _Reply(client, "200 OK", ::kHTML, page);
+      _Reply(client, "200 OK", ::kHTML, page);
+      return;
     case kNoJSON:
-      return _Reply(client, "200 OK", kJSON, "{\"head\": {\"fields\": [");
+      _Reply(client, "200 OK", kJSON, "{\"head\": {\"fields\": [");
+      return;
     case kNoHTTP:
-      return client.Write("SSH-2.0-logger\r\n");
+      client.Write("SSH-2.0-logger\r\n");
+      return;
     case kHalf:
       CutNext(50 + _requests.size() % 200);
       break;
@@ -126,19 +143,18 @@ void CampbellLogger::GotHTTPRequest(SocketClient& client, std::string url, std::
       break;
   }
   std::string kind = kJSON;
-  const bool cut = _cut != SIZE_MAX || _framing == kByTheEnd;
   const size_t rows = _rows.size();
   const int live = _live;
   const std::string body = _Answer(url, kind);
-  _Reply(client, kind.empty() ? "404 Not Found" : "200 OK", kind.empty() ? ::kHTML : kind, body);
-  if (cut) {
+  if (!_Reply(client, kind.empty() ? "404 Not Found" : "200 OK", kind.empty() ? ::kHTML : kind, body)) {
     _rows.resize(rows);
     _live = live;
   }
-  if (trouble == kLastAnswer) client.CloseWhenDone();
+  if (trouble == kLastAnswer) _End(client);
 }
 
-void CampbellLogger::_Reply(SocketClient& client, const std::string& status, const std::string& kind,
+// False: its end doesn't come, or not but with that of the connection.
+bool CampbellLogger::_Reply(SocketClient& client, const std::string& status, const std::string& kind,
                             const std::string& body) {
   std::string reply = "HTTP/1.1 " + status + "\r\nServer: logger\r\ncontent-type: " + kind + "\r\n";
   if (_framing == kByLength)
@@ -149,7 +165,8 @@ void CampbellLogger::_Reply(SocketClient& client, const std::string& status, con
     reply += "Connection: close\r\n\r\n" + body;
   const bool ends = _cut < reply.size() || _framing == kByTheEnd;
   client.Write(reply.substr(0, std::exchange(_cut, SIZE_MAX)));
-  if (ends) client.CloseWhenDone();
+  if (ends) _End(client);
+  return !ends;
 }
 
 // Without a `kind` there is no such thing.

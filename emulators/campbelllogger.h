@@ -78,14 +78,15 @@ class CampbellLogger : private SocketServerListener {
   void GotHTTPRequest(SocketClient& client, std::string url, std::map<std::string, std::string>& headers,
                       std::string body) override;
   void ClientReadClosed(SocketClient& client) override { client.CloseWhenDone(); }
-  void ClientClosed(SocketClient&) override { --_open; }
+  void ClientClosed(SocketClient& client) override;
+  void _End(SocketClient& client);
 
   std::string _Answer(const std::string& url, std::string& kind);
   std::string _Query(const std::string& url);
   std::string _RowOf(const std::string& table, time_t moment, const std::vector<Field>& fields) const;
   std::string _TimeText(time_t moment) const;
   void _Set(const std::string& name, const std::string& value);
-  void _Reply(SocketClient& client, const std::string& status, const std::string& kind, const std::string& body);
+  bool _Reply(SocketClient& client, const std::string& status, const std::string& kind, const std::string& body);
   time_t _Clock() const { return time(nullptr) + _ahead; }
 
   const std::string _table;
@@ -93,6 +94,7 @@ class CampbellLogger : private SocketServerListener {
   Socket _place;      // holds the port while nobody listens there
   int _port = 0;
   std::unique_ptr<SocketServer> _server;
+  const SocketClient* _ending = nullptr;  // it gets no more answers
   int _connections = 0, _open = 0;
 
   std::vector<Field> _fields;
