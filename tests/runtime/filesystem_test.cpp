@@ -27,7 +27,7 @@ extern "C" dirent* __wrap_readdir64(DIR* directory) {
 }
 extern "C" int __wrap_statvfs64(const char* path, struct statvfs* info) {
   *info = {};
-  info->f_bsize = 4096, info->f_frsize = 512, info->f_blocks = 1L << 33, info->f_bfree = 20, info->f_bavail = 7;
+  info->f_bsize = 4096, info->f_frsize = 512, info->f_blocks = 1ULL << 33, info->f_bfree = 20, info->f_bavail = 7;
   return access(path, F_OK);
 }
 
