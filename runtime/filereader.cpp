@@ -36,8 +36,8 @@ void FileReader::Close() {
 
 void FileReader::HandleRead() {
   if (!_file.IsOpen()) return;
-  if (_chunk.size() < kChunkSize) _chunk.resize(kChunkSize);
-  _waiting = _file.Read(_chunk.data(), static_cast<unsigned int>(_chunk.size()));
+  _chunk.resize(kChunkSize);  // once: it stays as large
+  _waiting = _file.Read(_chunk.data(), kChunkSize);
   SetRequestedEvents(0);
   if (_waiting == 0) Close();
 }

@@ -166,7 +166,7 @@ unsigned int StreamFileBase::Write(const void* data, unsigned int size) {
 }
 
 unsigned int StreamFileBase::Read(std::string& data) {
-  if (_buffer.size() < kReadSize) _buffer.resize(kReadSize);
+  _buffer.resize(kReadSize);  // once: it stays as large
   const unsigned int count = Read(_buffer.data(), kReadSize);
   data.assign(_buffer.data(), count);
   return count;

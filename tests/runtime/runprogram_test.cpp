@@ -78,11 +78,13 @@ TEST(RunProgram, ConnectsOnePipeOrNothing) {
   EXPECT_EQ(5, RunProgramWriteStdin("/bin/sh -c 'head -c 200000 >/dev/null; exit 5'", std::string(200000, 'x')));
   const auto result = RunInChild([] {  // an owner without standard streams gets their numbers for the pipe
     const int saved = ::dup(STDOUT_FILENO);
-    for (const int stream : {STDIN_FILENO, STDOUT_FILENO}) ::close(stream);
     std::string text;
-    std::cout << "unflushed";
-    EXPECT_EQ(0, RunProgramCaptureStdout("/bin/echo here", text));
-    EXPECT_EQ("here\n", text);
+    for (const int stream : {STDOUT_FILENO, STDIN_FILENO}) {
+      ::close(stream), ::close(stream + 1);
+      std::cout << "unflushed";
+      EXPECT_EQ(0, RunProgramCaptureStdout("/bin/echo here", text));
+      EXPECT_EQ("here\n", text);
+    }
     std::cout.setstate(std::ios_base::badbit);
     EXPECT_EQ(127, RunProgramCaptureStdout("/no/such", text));
     EXPECT_NE(std::string::npos, text.find("/no/such")) << "its own message needs no stream";
