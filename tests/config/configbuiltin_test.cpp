@@ -97,15 +97,18 @@ TEST(ValueItems, KnowNothingOfALocaleThatTheProgramHasSet) {
   } restored;
   struct Streamed : Configurable {
     using Configurable::Configurable;
+    std::istream& read(std::istream& in, std::ostream& errors) override { return errors << 1234.5, in; }
     std::ostream& write(std::ostream& out) const override { return out << 1234.5; }
   } streamed("W");
   ConfigurableDate date("D", 0.0);
   TestDoc doc;
   doc.add(date), doc.add(streamed);
-  EXPECT_EQ("<Float>1.25</Float><range>9</range><any>123456</any><D>2024-12-31</D><W>1234.5</W>",
-            Answer(doc,
-                   "<T><Float>1.25</Float><range>1234</range><any>123456</any><D>2024-12-31</D>"
-                   "&query_changes_item;</T>"));
+  EXPECT_EQ(
+      "<Error "
+      "Param=\"W\">1234.5</Error><Float>1.25</Float><range>9</range><any>123456</any><D>2024-12-31</D><W>1234.5</W>",
+      Answer(doc,
+             "<T><Float>1.25</Float><range>1234</range><any>123456</any><D>2024-12-31</D>"
+             "<W>x</W>&query_changes_item;</T>"));
   EXPECT_EQ("{double:1;-5.5...5.5}", Answer(doc, "<T><CD>&query_doctype_item;</CD></T>"));
   ConfigCfgClock clock;
   clock.TimeDate(clock.TimeDate());
