@@ -48,7 +48,7 @@ struct NetworkInterface {
   std::string hardwareAddress;  // "02:42:ac:11:00:02", the first six bytes
   bool isBridge = false;
   bool isBridgeMember = false;  // a port of the bridge below
-  std::string bridgeName;
+  std::string bridgeName;       // the first that has the identifier of the port's bridge
 
   // Throws NetworkError, with what was learned by then, if the interfaces can't be listed to find the bridge.
   void Refresh();
