@@ -21,12 +21,14 @@ bool Run(const std::string& commands) {
 }
 
 // In an empty network: br1 without a port, and br0 with the ports "v0", whose peer "v1" has an address and one more
-// with a label, and "p0", which is down.
+// with a label, and "p0", which is down while its peer isn't.
 bool MakeNetwork() {
   return unshare(CLONE_NEWNET) == 0 && mount("none", "/sys", "sysfs", 0, nullptr) == 0 &&
          Run("ip link add br1 index 11 type bridge; ip link add br0 index 10 type bridge;"
-             "ip link add v0 index 20 address 02:00:fe:0a:00:9f type veth peer name v1; ip link add p0 type veth;"
-             "for port in v0 p0; do ip link set $port master br0; done; for i in br0 v0 v1; do ip link set $i up; done;"
+             "ip link add v0 index 20 address 02:00:fe:0a:00:9f type veth peer name v1;"
+             "ip link add p0 type veth peer name fifteenletters1;"
+             "for i in v0 p0; do ip link set $i master br0; done;"
+             "for i in br0 v0 v1 fifteenletters1; do ip link set $i up; done;"
              "ip addr add 10.1.2.3/24 dev v1; ip addr add 10.1.2.4/24 dev v1 label v1:x");
 }
 
@@ -48,20 +50,21 @@ void ExpectInterfaces() {
   ASSERT_TRUE(MakeNetwork());
   std::vector<std::string> names = {"v1", "first"};
   EnumNetworkInterfaces(names);
-  EXPECT_THAT(names, ElementsAre("v1", "first", "br0", "br1", "lo", "p0", "v0", "v1", "v1:x", "veth0"));
+  EXPECT_THAT(names, ElementsAre("v1", "first", "br0", "br1", "fifteenletters1", "lo", "p0", "v0", "v1", "v1:x"));
 
   while (!Refreshed<NetworkInterface>("br0").running) continue;  // its carrier follows its port's
   EXPECT_EQ("up running 20 0.0.0.0 02:00:fe:0a:00:9f member br0", Shown("v0"));
   EXPECT_THAT(Shown("v1"), testing::MatchesRegex("up running [0-9]+ has 10.1.2.3 [0-9a-f:]{17} "));
   EXPECT_THAT(Shown("v1:x"), testing::HasSubstr(" has 10.1.2.4 "));
   EXPECT_EQ("up running 10 0.0.0.0 02:00:fe:0a:00:9f bridge ", Shown("br0"));
-  for (const std::string name : {"p0", "br1", "lo", "none", "v1ninecharacters", ""})
+  for (const std::string name : {"p0", "br1", "lo", "none", "fifteenletters1x", ""})
     EXPECT_EQ("0 0.0.0.0  ", Shown(name, Refreshed<NetworkInterface>("v0"))) << name;
 
   const auto bridge = Refreshed<NetworkBridge>("br0");
   EXPECT_TRUE(bridge.exists);
   EXPECT_EQ("8000.0200fe0a009f", bridge.bridgeId);
   EXPECT_THAT(bridge.interfaces, UnorderedElementsAre("v0", "p0"));
+  EXPECT_FALSE(bridge.topologyChange || bridge.topologyChangeDetected);
   EXPECT_THAT(Refreshed("br1", bridge).interfaces, IsEmpty());
   EXPECT_FALSE(Refreshed("v0", bridge).exists);
 
@@ -72,8 +75,12 @@ void ExpectInterfaces() {
   EXPECT_EQ(8U + 60, names.size());
 }
 
-// What a real bridge rarely shows, and no tree at all.
+// What a real bridge rarely shows, and no tree at all; and the host's name.
 void ExpectOddTrees() {
+  ASSERT_EQ(0, unshare(CLONE_NEWUTS));
+  EXPECT_TRUE(SetHostname("station-7"));
+  EXPECT_FALSE(SetHostname(std::string(65, 'x')));
+  EXPECT_EQ("station-7", Hostname());
   MountEmpty("/mnt");
   ASSERT_TRUE(
       Run("mkdir -p /mnt/b/bridge /mnt/b/brif/.hidden /mnt/b/brif/port; cd /mnt/b; touch brif/file; cd bridge;"
