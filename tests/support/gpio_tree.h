@@ -2,11 +2,9 @@
 // when it is exported, and every write is noted. Plain files don't forget their tails, so what counts is what was
 // written.
 //
-// Defines __wrap_write: one file of a test program includes this, and the program links with -Wl,--wrap=write.
+// The test program has gpio_tree.cpp among its sources, and links with -Wl,--wrap=write.
 
 #pragma once
-
-#include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
@@ -51,14 +49,3 @@ class GpioTree {
   static inline const std::string kRoot = "/sys/class/gpio/";
   std::string _writes;
 };
-
-extern "C" {
-ssize_t __real_write(int fd, const void* data, size_t size);
-ssize_t __wrap_write(int fd, const void* data, size_t size) {
-  if (GpioTree* const tree = std::exchange(GpioTree::current, nullptr)) {  // what it writes itself isn't noted
-    tree->Note(fd, {static_cast<const char*>(data), size});
-    GpioTree::current = tree;
-  }
-  return __real_write(fd, data, size);
-}
-}
