@@ -25,12 +25,16 @@ LinuxTTYControl::ConfigInfo BusSettings() {
   return settings;
 }
 
-// Digits in either case, as far as they go: the line feed ends them.
+// As a stream reads it: digits in either case, as far as they go, and a sign and "0x" may stand in front. The line feed
+// ends them.
 std::optional<uint32_t> ReadHexadecimal(std::string_view text) {
   SkipSpace(text);
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
   uint32_t value = 0;
   if (std::from_chars(text.data(), text.data() + text.size(), value, 16).ec != std::errc()) return {};
-  return value;
+  return negative ? 0 - value : value;
 }
 
 }  // namespace

@@ -3,7 +3,6 @@
 //
 // Input: a byte, from which the sizes of the chunks follow, and the bytes.
 
-#include <algorithm>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -45,17 +44,13 @@ std::string Hexadecimal(const char* format, uint32_t value) {
   return text;
 }
 
-// Blanks, then digits that make 32 bits.
+// As a stream does; signs and "0x" included.
 bool ReadSum(const std::string& field, uint32_t& value) {
-  size_t at = field.find_first_not_of(" \t\n\v\f\r");
-  uint64_t sum = 0;
-  bool digits = false;
-  for (; at < field.size() && std::isxdigit(static_cast<unsigned char>(field[at])) != 0; ++at) {
-    sum = std::min<uint64_t>(sum * 16 + std::stoul(field.substr(at, 1), nullptr, 16), UINT64_MAX / 32);
-    digits = true;
-  }
-  if (digits && sum <= UINT32_MAX) value = static_cast<uint32_t>(sum);
-  return digits && sum <= UINT32_MAX;
+  std::istringstream in(field);
+  uint32_t sum = 0;
+  if (!(in >> std::hex >> sum)) return false;
+  value = sum;
+  return true;
 }
 
 void CheckFormat(const std::string& text) {
