@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -144,6 +145,40 @@ void CheckTwo(const SocketAddress& left, const SocketAddress& right) {
   REQUIRE(BytesOf(left.Broadcast(right)) == broadcast);
 }
 
+// Whatever is asked of an address of another family is refused, and nothing changes.
+void CheckStranger(SocketAddress address, std::uint16_t family) {
+  if (std::find(std::begin(kFamilies), std::end(kFamilies), static_cast<SocketFamily>(family)) != std::end(kFamilies))
+    return;
+  SocketAddress strange = address;
+  strange._SockAddr()->sa_family = family;
+  const Bytes before = BytesOf(address), strange_before = BytesOf(strange);
+  const std::function<void()> calls[] = {[&] { SocketAddress(*strange._SockAddr()); },
+                                         [&] { address.Assign(*strange._SockAddr()); },
+                                         [&] { address.Reset(SocketFamily(family)); },
+                                         [&] { strange.Wildcard(); },
+                                         [&] { strange.Port(1); },
+                                         [&] { strange.Port(); },
+                                         [&] { strange.Scope(1); },
+                                         [&] { strange.Scope(); },
+                                         [&] { strange.IsLinkLocal(); },
+                                         [&] { strange.Presentation(); },
+                                         [&] { strange.NetmaskPrefixLen(); },
+                                         [&] { strange.NetmaskPrefixLen(1); },
+                                         [&] { strange.Broadcast(address); },
+                                         [&] { strange._SockLen(); },
+                                         [&] { static_cast<void>(strange == strange); },
+                                         [&] { static_cast<void>(strange < strange); }};
+  for (const auto& call : calls) {
+    bool refused = false;
+    try {
+      call();
+    } catch (const SocketError& error) {
+      refused = std::strcmp(error.what(), "SocketAddress: unknown socket family") == 0;
+    }
+    REQUIRE(refused && BytesOf(address) == before && BytesOf(strange) == strange_before);
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
@@ -157,5 +192,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   CheckOne(left, static_cast<unsigned int>(std::hash<std::string>()(text)));
   CheckTwo(left, right);
   CheckTwo(right, left);
+  if (data[1] % 16 == 0) CheckStranger(left, static_cast<std::uint16_t>(data[0] * (1 + data[1] / 128)));
   return 0;
 }

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <functional>
 #include <limits>
 #include <optional>
@@ -217,9 +218,48 @@ void Check(Pair& pair, const std::string& text) {
   Require(in.fail() == (!said.value && said.fails), pair, text, complaint.str());
 }
 
+// Both ways, as the system's calendar has it.
+void CheckClock(const std::string& date, const std::string& time) {
+  constexpr int kFirstYear = 1900, kLeast = std::numeric_limits<int>::min() + kFirstYear;
+  ConfigCfgClock clock;
+  clock.date.set(date);
+  clock.time.set(time);
+  clock._set_changed(false);
+  const auto day = Fields(date, '-', 3), moment = Fields(time, ':', 3);
+  std::string expected, told;
+  if (!day || day->at(0) < kLeast || day->at(1) < kLeast) {
+    expected = "Invalid date format (should be YYYY-MM-DD): " + date;
+  } else if (!moment) {
+    expected = "Invalid time format (should be HH:MM:SS): " + time;
+  } else {
+    std::tm local = {};
+    local.tm_year = day->at(0) - kFirstYear, local.tm_mon = day->at(1) - 1, local.tm_mday = day->at(2);
+    local.tm_hour = moment->at(0), local.tm_min = moment->at(1), local.tm_sec = moment->at(2);
+    local.tm_isdst = -1;
+    const std::time_t seconds = std::mktime(&local);
+    expected = std::to_string(seconds);
+    local = *std::localtime(&seconds);
+    const long year = long{local.tm_year} + kFirstYear;
+    const std::string new_date =
+        Printed(year < 0 ? "-%04ld-%02d-%02d" : "%04ld-%02d-%02d", std::labs(year), local.tm_mon + 1, local.tm_mday);
+    const std::string new_time = Printed("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
+    told = std::to_string(clock.TimeDate());
+    clock.TimeDate(seconds);
+    if (clock.date.get() != new_date || clock.time.get() != new_time) std::abort();
+    if (clock.has_changed() != (new_date != date || new_time != time)) std::abort();
+  }
+  try {
+    if (told.empty()) clock.TimeDate();
+  } catch (const std::runtime_error& error) {
+    told = error.what();
+  }
+  if (told != expected.c_str()) std::abort();  // what is told of a text ends with it
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  [[maybe_unused]] static const int zone = setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
   constexpr auto kLeast = std::numeric_limits<std::int32_t>::min(), kMost = std::numeric_limits<std::int32_t>::max();
   ConfigurableBool flag("flag", true);
   ConfigurableInteger range("range", 5, 2, 9), any("any", 5);
@@ -251,7 +291,9 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
                   {&month, std::bind(Date, _1, 2), Value(month)},
                   {&address, Address, "10.0.0.1"}};
   std::istringstream lines(std::string(reinterpret_cast<const char*>(data), size));
-  for (std::string line; std::getline(lines, line);)
+  for (std::string line, previous; std::getline(lines, line); previous = line) {
     for (Pair& pair : pairs) Check(pair, line);
+    CheckClock(previous, line);
+  }
   return 0;
 }

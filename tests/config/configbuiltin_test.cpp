@@ -111,8 +111,8 @@ TEST(ValueItems, KnowNothingOfALocaleThatTheProgramHasSet) {
              "<W>x</W>&query_changes_item;</T>"));
   EXPECT_EQ("{double:1;-5.5...5.5}", Answer(doc, "<T><CD>&query_doctype_item;</CD></T>"));
   ConfigCfgClock clock;
-  clock.TimeDate(clock.TimeDate());
-  EXPECT_EQ("1970-01-01", clock.date.get());
+  clock.date.set("2,0,2,4-1-1");
+  EXPECT_THROW(clock.TimeDate(), std::runtime_error);
 }
 
 }  // namespace

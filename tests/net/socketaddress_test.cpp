@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 #include <netdb.h>
 
-#include <functional>
 #include <vector>
 
 #include "tests/support/error_text.h"
@@ -54,34 +53,6 @@ TEST(SocketAddress, IsMadeOfAddressesAndNames) {
   unpresentable = true;
   EXPECT_EQ("SocketAddress: bad IPv6 address", ErrorText([] { SocketAddress("::1").Presentation(); }));
   unpresentable = false;
-}
-
-TEST(SocketAddress, RefusesAFamilyItDoesNotKnow) {
-  SocketAddress address("10.0.0.1");
-  const SocketAddress strange = [] {
-    SocketAddress made("10.0.0.1");
-    made._SockAddr()->sa_family = AF_PACKET;
-    return made;
-  }();
-  SocketAddress copy = strange;
-  const std::function<void()> calls[] = {[&] { SocketAddress(*strange._SockAddr()); },
-                                         [&] { address.Assign(*strange._SockAddr()); },
-                                         [&] { address.Reset(SocketFamily(AF_PACKET)); },
-                                         [&] { copy.Wildcard(); },
-                                         [&] { copy.Port(1); },
-                                         [&] { copy.Port(); },
-                                         [&] { copy.Scope(1); },
-                                         [&] { copy.Scope(); },
-                                         [&] { copy.IsLinkLocal(); },
-                                         [&] { copy.Presentation(); },
-                                         [&] { copy.NetmaskPrefixLen(); },
-                                         [&] { copy.NetmaskPrefixLen(1); },
-                                         [&] { copy.Broadcast(address); },
-                                         [&] { copy._SockLen(); },
-                                         [&] { static_cast<void>(copy == strange); },
-                                         [&] { static_cast<void>(copy < strange); }};
-  for (const auto& call : calls) EXPECT_EQ("SocketAddress: unknown socket family", ErrorText(call));
-  EXPECT_EQ(SocketAddress("10.0.0.1"), address);
 }
 
 }  // namespace
