@@ -76,7 +76,8 @@ template <class Device, class Listener>
 void Read(Device& device, Listener& listener, const char* error) {
   std::ostringstream printed;
   std::streambuf* const output = std::cout.rdbuf(printed.rdbuf());
-  device.RegisterListener(&listener);
+  device.RegisterListener(nullptr);
+  if (device.RegisterListener(&listener) != nullptr) abort();
   device.HandleRead();
   std::cout.rdbuf(output);
   if (printed.str() != error) abort();

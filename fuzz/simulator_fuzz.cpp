@@ -1,6 +1,7 @@
 // Moments of the analyser into the simulator. The devices behind it print what they get: the texts must be those that a
 // plain form writes with the calendar of the standard library. And what their listeners are told comes back with the
-// moment that went in, to the hundredth of a second.
+// moment that went in, to the hundredth of a second. A record that comes before the timer takes the place of the one
+// before it, and a pulse without a listener is nobody's.
 //
 // Input: moments of 8 bytes, seconds and nanoseconds; with the highest byte's low bit the nanoseconds are a whole
 // number of hundredths.
@@ -81,6 +82,9 @@ std::string Simulated(Bench& bench, const CH4Data& record) {
   std::ostringstream printed;
   std::streambuf* const output = std::cout.rdbuf(printed.rdbuf());
   bench.pulses = bench.times = bench.fixes = bench.messages = 0;
+  bench.pps.RegisterListener(nullptr);
+  bench.simulator.GotCH4Data({});
+  bench.pps.RegisterListener(&bench);
   bench.simulator.GotCH4Data(record);
   bench.simulator.HandleTimeout();
   std::cout.rdbuf(output);

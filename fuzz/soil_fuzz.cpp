@@ -30,9 +30,20 @@ namespace {
 struct Log : SoilDevice::Listener, Soil::Listener {
   using SoilDevice::Listener::GotSoilReport;
   void Note(const char* event, const SoilData& data) {
-    text << event << ' ' << data << '\n';
+    std::ostringstream plain;
+    plain << "TIME=" << data.time;
+    for (const auto& [path, value] : data.floats) plain << ' ' << path << '=' << value;
+    for (const auto& [path, value] : data.longs) plain << ' ' << path << '=' << value;
+    for (const auto& [path, value] : data.strings) plain << ' ' << path << '=' << value;
+    std::ostringstream printed;
+    printed << data;
+    REQUIRE(printed.str() == plain.str());
+    text << event << ' ' << plain.str() << '\n';
     for (const auto& [path, value] : data.floats) text << std::hexfloat << value << std::defaultfloat << ' ';
   }
+  void GotSoilOpened() override { text << "opened\n"; }
+  void GotSoilConnected(std::string target) override { text << "connected " << target << '\n'; }
+  void GotSoilClosed() override { text << "closed\n"; }
   void GotSoilData(SoilData& data) override { Note("data", data); }
   void GotSoilInfo(SoilData& data) override { Note("info", data); }
   void GotSoilStatus(SoilData& data) override { Note("state", data); }
@@ -235,16 +246,29 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     manager.RegisterListener(nullptr);
     REQUIRE(log.text.str() == std::to_string(TimeOf(bytes)) + ' ' + bytes + '\n');
   } else {
-    SoilDevice device(false);
+    const bool verbose = data[0] % 8 == 2;
+    SoilDevice device(verbose);
     Log log, expected;
-    device.RegisterListener(&log);
+    std::ostringstream printed;
+    std::string lines_printed;
+    std::streambuf* const output = std::cout.rdbuf(printed.rdbuf());
+    for (Log* listener : {static_cast<Log*>(nullptr), &log}) {
+      REQUIRE(device.RegisterListener(listener) == nullptr);
+      device.HeadOpened();
+      device.HeadConnected("there");
+      device.HeadClosed();
+    }
+    expected.text << "opened\nconnected there\nclosed\n";
     time_t last_time = 0;
     std::istringstream lines(bytes);
     for (std::string line; std::getline(lines, line);) {
       device.HeadGotLine(line);
       Reread(line, last_time, expected);
+      if (verbose) lines_printed += "Soil Rx: " + line + '\n';
     }
+    std::cout.rdbuf(output);
     REQUIRE(log.text.str() == expected.text.str());
+    REQUIRE(printed.str() == lines_printed);
   }
   return 0;
 }

@@ -1,11 +1,13 @@
 // Bytes from a sonic anemometer's line, in chunks of any size: the listener is told what a plain reading of the whole
-// finds, which splits the bytes and takes the fields off a formatted stream; and a good message behind them is taken.
+// finds, which splits the bytes and takes the fields off a formatted stream; and a message of the emulated anemometer
+// behind them is taken, or dropped, as it is.
 // The listener leaves at some of the records and is back for the next chunk. All messages are printed besides.
 //
 // Input: a byte for the size of a chunk, a byte, and what comes on the line. With the second byte's low bit each line
 // of it is the body of a message that gets its ends and its sum here.
 
 #include <algorithm>
+#include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <iostream>
@@ -134,9 +136,22 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string bytes(reinterpret_cast<const char*>(data) + 2, size - 2);
   if ((data[1] & 1) != 0) bytes = Messages(bytes);
   bytes += '\r';
-  const std::string good = SonicAnemometer::Message(SonicAnemometer::ReadingOf(data[1]));
+  // Of all habits that the emulated anemometer has.
+  const AnemometerSettings settings = {10, "MN"[data[0] >> 7 & 1], data[0] % 12U, data[1] % 5, data[1] % 7 == 6};
+  const AnemometerReading sent = SonicAnemometer::ReadingOf(data[1], settings.inputs);
+  const Heard heard = Hear(SonicAnemometer::Message(sent, settings), 9);
   for (const size_t chunk : {bytes.size() + 1, size_t{1} + data[0]})
     if (Hear(bytes, chunk) != Meant(bytes, chunk)) abort();
-  if (Hear(good, 9).records.size() != 1) abort();
+  if (settings.units != 'M' || settings.bad_sums) {
+    if (!heard.records.empty()) abort();
+    return 0;
+  }
+  Record meant = {kUnit, 0, 0, sent.u, sent.v, sent.w, sent.speed_of_sound, sent.temperature};
+  meant.insert(meant.end(), sent.inputs.begin(), sent.inputs.end());
+  meant.resize(12);
+  meant.push_back(settings.status >= 10 ? 0x40 : settings.status >= 1 ? 0x440 : 0);
+  if (heard.records.size() != 1 || !std::equal(meant.begin(), meant.end(), heard.records[0].begin(),
+                                               [](double a, double b) { return std::abs(a - b) < 5e-3 + 1e-9; }))
+    abort();
   return 0;
 }

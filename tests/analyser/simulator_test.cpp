@@ -81,19 +81,4 @@ TEST(Simulator, AnHourAgreesRecordByRecordWithWhatTheAnalyserSent) {
   EXPECT_NEAR(0, station.stats.IntervalRange(), 1e-9);
 }
 
-// And a pulse without a listener is nobody's.
-TEST(Simulator, ARecordTakesThePlaceOfTheOneJustBefore) {
-  Station station;
-  station.pps.RegisterListener(nullptr);
-  for (const int32_t nanoseconds : {0, 100'000'000}) {
-    CH4Data data;
-    data.nanoseconds = nanoseconds;
-    station.GotCH4Data(data);
-    PollFor(nanoseconds == 0 ? 9 : 100);
-  }
-  EXPECT_EQ(1, station.messages);
-  EXPECT_EQ(1, station.fixes);
-  EXPECT_EQ(0, station.times + station.pulses);
-}
-
 }  // namespace

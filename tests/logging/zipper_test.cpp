@@ -17,8 +17,7 @@
 #include "tests/support/mount_namespace.h"
 #include "tests/support/temp_directory.h"
 
-static std::string
-    synced;  // what was synced, a "+" behind a file while its source was there, and a "!" if it took signals
+static std::string synced;  // each with a "+" while the source was there, and a "!" if the thread took signals
 static bool sync_fails;
 
 // What has reached a disk can't be seen.
@@ -40,9 +39,8 @@ using Names = std::set<std::string>;
 // Without what zip tells itself.
 std::string OutputOf(const std::vector<std::string>& paths) {
   const CapturedOutput output;
-  Zipper zipper;
-  for (const auto& path : paths) zipper.Zip(path);
-  zipper.Quit();
+  if (Zipper zipper; true)
+    for (const auto& path : paths) zipper.Zip(path);
   std::istringstream told(output.Text());
   std::string kept;
   for (std::string line; std::getline(told, line);)
@@ -107,30 +105,17 @@ TEST(Zipper, TheSourceGoesWhenArchiveAndNameAreOnTheDisk) {
 TEST(Zipper, QuitPacksWhatIsQueuedAndIsFinal) {
   const TempDirectory place;
   const CapturedOutput output;
-  for (const bool quit : {true, false}) {
+  {
     Zipper zipper;
-    for (int i = 0; i < 5; ++i) {
-      place.Write(std::to_string(i) + ".txt", "");
-      zipper.Zip(place / (std::to_string(i) + ".txt"));
+    for (const char* name : {"0.txt", "1.txt", "2.txt"}) {
+      place.Write(name, "");
+      zipper.Zip(place / name);
     }
-    if (!quit) continue;
     zipper.Quit();
-    EXPECT_EQ((Names{"0.zip", "1.zip", "2.zip", "3.zip", "4.zip"}), place.Names());
+    EXPECT_EQ((Names{"0.zip", "1.zip", "2.zip"}), place.Names());
     EXPECT_THROW(zipper.Zip(place / "0.txt"), boost::sync_queue_is_closed);
   }
   EXPECT_EQ("ERROR: Unable to stop thread: Invalid argument\n", output.Text());
-  EXPECT_EQ((Names{"0.zip", "1.zip", "2.zip", "3.zip", "4.zip"}), place.Names());
-}
-
-// Packs in a process that leads a group with its zip.
-pid_t StartPacking(const TempDirectory& place) {
-  const pid_t child = fork();
-  if (child != 0) return child;
-  setpgid(0, 0);
-  Zipper zipper;
-  zipper.Zip(place / "x.txt");
-  zipper.Quit();
-  _exit(0);
 }
 
 // With its zip, and without, which then goes on alone. The first one is left alone, for its time.
@@ -145,8 +130,14 @@ TEST(Zipper, AKillAtAnyMomentLosesNothing) {
     const TempDirectory place;
     place.Write("x.txt", content);
     const auto start = Clock::now();
-    const pid_t child = StartPacking(place);
-    setpgid(child, child);
+    const pid_t child = fork();
+    setpgid(child, child);  // the group of its zip, too
+    if (child == 0) {
+      Zipper zipper;
+      zipper.Zip(place / "x.txt");
+      zipper.Quit();
+      _exit(0);
+    }
     std::this_thread::sleep_until(start + whole * moment / kMoments);
     if (moment > 0) kill(moment % 2 == 0 ? -child : child, SIGKILL);
     while (wait(nullptr) > 0) continue;

@@ -149,7 +149,7 @@ TEST_F(SoilTest, AsksForTheStateAndSetsTheInstrumentOnceADay) {
   EXPECT_NEAR(_instrument.ClockError(), 0, 1);
   EXPECT_EQ(ReadStateFile(_dir / "Soil.conf").getMemberNames(), (Lines{"other"}));
   PollFor(10 * kMinute);
-  EXPECT_EQ(Heard(1).back(), kState) << "no second sequence on that day";
+  EXPECT_EQ(Heard(1), (Lines{kState})) << "no second sequence on that day";
 }
 
 TEST_F(SoilTest, AsksForWhatHasBeenFinishedSince) {
