@@ -10,6 +10,7 @@ namespace {
 
 constexpr int kTick = 100;  // milliseconds
 constexpr int kTicksPerSecond = 10;
+constexpr int kLate = 2;  // ticks from the moment that a sentence is of until it comes
 constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
 
 // The rates behind the codes of $PGRMC, in bits per second; 0 where there is no code.
@@ -37,6 +38,13 @@ std::string TimeOfDay(int64_t tenths) {
   return Moment("%H%M%S", tenths) + '.' + std::to_string(tenths % kTicksPerSecond) + "00";
 }
 
+// Of this host's clock.
+int64_t Tenths() {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  return int64_t{now.tv_sec} * kTicksPerSecond + now.tv_usec / 100'000;
+}
+
 }  // namespace
 
 GPSReceiver::GPSReceiver(Make make, int rate)
@@ -45,6 +53,7 @@ GPSReceiver::GPSReceiver(Make make, int rate)
       _make(make),
       _rate(rate),
       _next_rate(rate),
+      _started(Tenths()),
       _outputs{{"GPRMC", 1}, {"GPGGA", 1}, {"GPGSA", 1}, {"GPGSV", 1}, {"GPVTG", 1}} {}
 
 std::string GPSReceiver::Sentence(std::string_view body) {
@@ -109,11 +118,9 @@ void GPSReceiver::HandleTimeout() {
   AddTimeout(kTick);
   ++_ticks;
   if (_ticks < _silent_until) return;
-  timeval now;
-  gettimeofday(&now, nullptr);
-  const int64_t tenths = int64_t{now.tv_sec} * kTicksPerSecond + now.tv_usec / 100'000;
+  const int64_t tenths = _started + _ticks - kLate;
   for (const auto& [name, rate] : _outputs)
-    if (rate > 0 && _ticks * rate % kTicksPerSecond < rate && name.starts_with("GP"))
+    if (rate > 0 && tenths * rate % kTicksPerSecond < rate && name.starts_with("GP"))
       _Send(Compose(name, tenths, _fix));
 }
 

@@ -1,6 +1,7 @@
 // A GPS receiver on a pseudo-terminal: a Garmin or a Hemisphere unit, as far as the logger uses it.
 //
-// It sends its sentences on the poll loop's time, for the system's present moment, and obeys the set-up commands:
+// It sends its sentences on the poll loop's time and obeys the set-up commands. Its clock is set by the system's at the
+// start, and is its own from then on:
 //
 //   Garmin      $PGRMO,<sentence>,<0|1>  switches a sentence; one second apart each
 //               $PGRMC,,,,,,,,,,<code>   stores the rate for the next start; $PGRMCE answers with a $PGRMC sentence
@@ -62,7 +63,8 @@ class GPSReceiver : public PollItem, public PollTimer {
   int _rate;
   int _next_rate;
   int _restarts = 0;
-  int64_t _ticks = 0;         // tenths of a second
+  const int64_t _started;     // tenths of a second since 1970; its own clock goes on from there
+  int64_t _ticks = 0;         // likewise, since then
   int64_t _silent_until = 0;  // in ticks
   bool _fix = true;
   std::map<std::string, int> _outputs;  // sentence and how often a second

@@ -68,9 +68,9 @@ TEST(GPSDevice, AReceiverIsFoundAndHeard) {
     int rate, found;  // its rate at first, and the second in which it is found
     size_t commands;  // that reach it
     bool fix = true;
-  } rows[] = {{GPSReceiver::Hemisphere, 57600, 0, 10}, {GPSReceiver::Garmin, 38400, 1, 7},
-              {GPSReceiver::Garmin, 4800, 10, 8},      {GPSReceiver::Garmin, 9600, 15, 8},
-              {GPSReceiver::Garmin, 19200, 20, 8},     {GPSReceiver::Garmin, 38400, 1, 7, false}};
+  } rows[] = {{GPSReceiver::Hemisphere, 57600, 0, 10}, {GPSReceiver::Garmin, 38400, 0, 7},
+              {GPSReceiver::Garmin, 4800, 9, 8},       {GPSReceiver::Garmin, 9600, 14, 8},
+              {GPSReceiver::Garmin, 19200, 19, 8},     {GPSReceiver::Garmin, 38400, 0, 7, false}};
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
     VirtualTime time;
