@@ -10,7 +10,7 @@ namespace {
 
 constexpr int kTick = 100;  // milliseconds
 constexpr int kTicksPerSecond = 10;
-constexpr int kLate = 2;  // ticks from the moment that a sentence is of until it comes
+constexpr int kLate = 2;                   // ticks from the moment that a sentence is of until it comes
 constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
 
 // The rates behind the codes of $PGRMC, in bits per second; 0 where there is no code.

@@ -16,7 +16,6 @@
 #pragma once
 
 #include <CLI/CLI.hpp>
-#include <charconv>
 #include <csignal>
 #include <cstdint>
 #include <cstdlib>
@@ -24,11 +23,11 @@
 #include <initializer_list>
 #include <iostream>
 #include <string>
-#include <system_error>
 #include <utility>
 
 #include "examples/timer.h"
 #include "runtime/pollprocessor.h"
+#include "station/wholenumber.h"
 
 class CommandLine : public CLI::App {
  public:
@@ -39,7 +38,7 @@ class CommandLine : public CLI::App {
   // A whole number in base ten from `least` to `most`; `value` is what it is without the option. A name without dashes
   // is a place: "drift".
   CLI::Option* AddNumber(const std::string& name, int& value, int least, int most, const std::string& what) {
-    return add_option(name, value, what)->transform(Whole(least, most))->type_name("N (" + Range(least, most) + ")");
+    return add_option(name, value, what)->transform(WholeNumber(least, most))->type_name(WholeNumberName(least, most));
   }
 
   // For programs that run on the loop; the number is RunLoop's.
@@ -62,23 +61,7 @@ class CommandLine : public CLI::App {
     PollProcessor::Instance().QuitOnSignal(SIGTERM);
   }
 
-  // By itself CLI11 takes a leading zero for base eight.
-  static CLI::Validator Whole(int least, int most) {
-    const auto check = [least, most](std::string& text) -> std::string {
-      int value = 0;
-      const char* const end = text.data() + text.size();
-      const auto [stop, error] = std::from_chars(text.data(), end, value);
-      if (error != std::errc() || stop != end || value < least || value > most)
-        return "'" + text + "' is not a whole number from " + Range(least, most);
-      text = std::to_string(value);
-      return "";
-    };
-    return {check, ""};
-  }
-
  private:
-  static std::string Range(int least, int most) { return std::to_string(least) + " to " + std::to_string(most); }
-
   bool _loops = false;
 };
 

@@ -1,0 +1,50 @@
+#include "station/board.h"
+
+#include <exception>
+#include <stdexcept>
+#include <utility>
+
+#include "net/net_util.h"
+#include "runtime/superuser.h"
+#include "station/rights.h"
+
+std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
+  const ConfigCfgClock& clock = document.cfg.clock;
+  const ConfigCfgNetwork& network = document.cfg.network;
+  _errors.clear();
+  if (clock.zone.has_changed()) _Try(clock.zone, [&] { _clock.SetZone(clock.zone.get_str()); });
+  if (clock.date.has_changed() || clock.time.has_changed()) _Try(clock.time, [&] { _clock.SetTime(clock.TimeDate()); });
+  if (clock.ptp.has_changed()) _Try(clock.ptp, [&] { _StartPTP(clock.ptp.get()); });
+  if (network.name.has_changed()) {
+    _Try(network.name, [&] {
+      const SuperUser rights;
+      if (!SetHostname(network.name.get())) throw std::runtime_error("the system refuses the name");
+    });
+  }
+  for (const Configurable* item : std::initializer_list<const Configurable*>{
+           &network.configuration, &network.ipaddress, &network.netmask, &network.gateway, &document.output.dataclock,
+           &document.cfg.logger.moorcloudaddress, &document.cfg.logger.moorcloudapikey}) {
+    if (item->has_changed()) _errors.push_back(item->get_name() + ": kept, and nothing is changed by it on this board");
+  }
+  return std::exchange(_errors, {});
+}
+
+template <class Deed>
+void Board::_Try(const Configurable& item, Deed deed) {
+  const EffectiveUser user;
+  try {
+    deed();
+  } catch (const std::exception& error) {
+    _errors.push_back(item.get_name() + ": " + error.what());
+  }
+}
+
+// The choices: "auto", "slaveonly" and "preferred". A board that has a GPS receiver is the master only where it is
+// preferred.
+void Board::_StartPTP(int choice) {
+  constexpr int kPreferred = 2;
+  if (choice == kPreferred)
+    _ptp.StartGPS();
+  else
+    _ptp.StartSlave();
+}

@@ -1,0 +1,34 @@
+// What the document says of the board itself, put into force: its zone, its clock, its part in the precision time
+// protocol, its name.
+//
+// What this program doesn't change on a board (its addresses, which are the system's network manager's, and what
+// nothing here reads) is answered with an error. So is what the system refuses; the rest is done all the same.
+//
+// Thread: the poll loop's.
+
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "config/docmoorlog.h"
+#include "serial/linuxclock.h"
+#include "serial/ptpcontrol.h"
+
+class Board {
+ public:
+  // `clock` isn't owned and outlives this.
+  explicit Board(LinuxClock& clock) : _clock(clock) {}
+
+  // Looks at the marks of change, and returns what went wrong.
+  std::vector<std::string> Apply(const ConfigMoorlog& document);
+
+ private:
+  template <class Deed>
+  void _Try(const Configurable& item, Deed deed);
+  void _StartPTP(int choice);
+
+  LinuxClock& _clock;
+  PTPControl _ptp;
+  std::vector<std::string> _errors;
+};

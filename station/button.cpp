@@ -1,0 +1,45 @@
+#include "station/button.h"
+
+#include <stdexcept>
+#include <utility>
+
+StationButton::StationButton(const Settings& settings, std::function<void()> pressed, std::function<void()> held)
+    : _path(settings.button.device), _pressed(std::move(pressed)), _held(std::move(held)) {}
+
+// A device that has gone shows when its light is set.
+void StationButton::Look() {
+  if (_path.empty()) return;
+  try {
+    if (!_device) {
+      _device.emplace(_path);
+      _device->RegisterListener(this);
+    }
+    _Light();
+  } catch (const std::runtime_error&) {
+    _device.reset();
+  }
+}
+
+void StationButton::Show(Light light) {
+  if (std::exchange(_light, light) != light) Look();
+}
+
+void StationButton::_Light() {
+  switch (_light) {
+    case Off:
+      return _device->LED_Off();
+    case On:
+      return _device->LED_On();
+    case Error:
+      return _device->LED_Error();
+  }
+}
+
+void StationButton::GotUsbButtonUp() {
+  if (!std::exchange(_long, false)) _pressed.SetTimeout(0);
+}
+
+void StationButton::GotUsbButtonLong() {
+  _long = true;
+  _held.SetTimeout(0);
+}

@@ -1,0 +1,59 @@
+// The disk that the data goes to: is it there, and of which device?
+//
+// It is where `path` says when something is mounted there; with `board` a directory of that name will do. The kernel
+// tells of each change of the mounts (/proc/self/mountinfo, proc(5)), so nothing is asked in between.
+//
+// Eject, for somebody who is about to take the disk away: it counts as gone until it has really been away, or until
+// Use. Unmounting is the system's business.
+//
+// Thread: the poll loop's. The listener may call everything here; what it throws leaves the loop.
+
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <string>
+
+#include "runtime/pollprocessor.h"
+#include "runtime/streamfile.h"
+
+class Disk : public PollItem {
+ public:
+  // A disk in the place of another one is told as one that went and one that came.
+  class Listener {
+   public:
+    virtual ~Listener() noexcept(false) = default;
+    virtual void DiskCame() {}
+    virtual void DiskWent() {}  // writing to its path would fill the board's own disk
+  };
+
+  // Throws ErrnoError where the kernel doesn't tell. Nobody is told of what is there at the beginning.
+  Disk(std::string path, bool board);
+
+  // Not owned, may be null; returns the one it replaces.
+  Listener* RegisterListener(Listener* listener);
+
+  const std::string& Path() const { return _path; }
+  bool IsThere() const { return _there; }
+  uint64_t Available() const;  // bytes, for everybody; 0 while it isn't there
+
+  void Eject();
+  void Use();  // again
+
+  int Fileno() const override { return _mounts.Fileno(); }
+  void HandleError() override;  // the mounts have changed
+  const char* Description() const override { return "Disk"; }
+
+ private:
+  void _Look();
+  dev_t _MountedDevice() const;
+
+  const std::string _path;
+  const bool _board;
+  StreamFile _mounts;
+  Listener* _listener = nullptr;
+  dev_t _device = 0;  // that is mounted there; 0: none
+  bool _there = false;
+  bool _ejected = false;
+};

@@ -1,0 +1,66 @@
+#include "station/gps.h"
+
+#include <stdexcept>
+
+#include "station/dataline.h"
+
+namespace {
+
+// A pulse device that has gone spins the loop or tells an error in each pass, so it doesn't stay long.
+constexpr int64_t kPulsePatience = 10'000'000'000;  // nanoseconds
+
+}  // namespace
+
+StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock& clock)
+    : _path(settings.gps.device),
+      _pulse_path(settings.gps.pulse),
+      _verbose(settings.verbose),
+      _record(settings.gps.record),
+      _clock(clock),
+      _files(disk, settings.name + "-gps", settings.disk.split),
+      _port([this](std::optional<GPSDevice>& device) {
+        device.emplace(_path, _type, _verbose, false);
+        device->RegisterListener(this);
+      }) {
+  _files.SetHeader(DataLineHeader("GPS", {"LATITUDE", "LONGITUDE", "ALTITUDE", "SATELLITES", "HDOP", "GEOID", "SPEED",
+                                          "COURSE", "DIFFAGE", "DIFFSTATION"}));
+}
+
+// Another type is searched for from the beginning.
+void StationGPS::Apply(const ConfigMoorlog& document) {
+  const int type = document.cfg.gpstype.get();
+  if (std::exchange(_type, type) != type && !_path.empty()) _port.Reopen();
+}
+
+void StationGPS::Look() {
+  if (_path.empty()) return;
+  _port.Look();
+  if (!_port.IsOpen()) _fix = false;
+  if (_pulse_path.empty()) return;
+  const int64_t now = PollTimer::Now();
+  if (_pulse && now - _pulsed < kPulsePatience) return;
+  _pulse.reset();
+  try {
+    _pulse.emplace(_pulse_path, _verbose);
+    _pulse->RegisterListener(this);
+    _pulsed = now;
+  } catch (const std::runtime_error&) {  // still away
+  }
+}
+
+void StationGPS::GotGPSData(const GPSData& data) {
+  if (!_fix) return;  // it comes as zeros then
+  _records.Count();
+  _position = {data.values[0], data.values[1], data.values[2]};
+  if (_record) _files.Write(DataLine("GPS", data));
+}
+
+void StationGPS::GotGPSTime(const TimeVal& time) {
+  _fix = true;
+  _clock.GotFix(time);
+}
+
+void StationGPS::GotPPS(const TimeVal& time) {
+  _pulsed = PollTimer::Now();
+  _clock.GotPulse(time);
+}

@@ -1,0 +1,49 @@
+// The GPS receiver and its pulse: position and time. Its seconds and pulses keep the clock; its fixes become records,
+// "GPSH" and "GPS", with the moment of the receiver.
+
+#pragma once
+
+#include <optional>
+#include <string>
+
+#include "serial/gpsdevice.h"
+#include "serial/ppsdevice.h"
+#include "station/instrument.h"
+#include "station/serialport.h"
+#include "station/settings.h"
+#include "station/stationclock.h"
+
+class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDevice::Listener {
+ public:
+  // The last two outlive this.
+  StationGPS(const Settings& settings, const Disk& disk, StationClock& clock);
+
+  bool IsConnected() const override { return _port.IsOpen(); }
+  void Apply(const ConfigMoorlog& document) override;
+  void Look() override;
+  RecordFiles* Files() override { return &_files; }
+
+  bool HasFix() const { return _fix; }
+  // Of the last fix: degrees, degrees, metres.
+  struct Position {
+    double latitude, longitude, altitude;
+  };
+  const std::optional<Position>& Last() const { return _position; }
+
+ private:
+  void GotGPSData(const GPSData& data) override;
+  void GotGPSTime(const TimeVal& time) override;
+  void GotGPSNoFix() override { _fix = false; }
+  void GotPPS(const TimeVal& time) override;
+
+  const std::string _path, _pulse_path;
+  const bool _verbose, _record;
+  StationClock& _clock;
+  RecordFiles _files;
+  int _type = -1;
+  SerialPort<GPSDevice> _port;
+  std::optional<PPSDevice> _pulse;
+  int64_t _pulsed = 0;  // when the last one came, or the device was opened; on PollTimer's clock
+  bool _fix = false;
+  std::optional<Position> _position;
+};

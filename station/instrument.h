@@ -1,0 +1,42 @@
+// What the station's table knows of an instrument. It may be absent, come later, go away and come back; none of that is
+// anybody else's trouble: nothing here throws for it.
+//
+// Thread: the poll loop's. Each is built by its settings, lives as long as the station does, and follows the document.
+
+#pragma once
+
+#include "config/docmoorlog.h"
+#include "station/recordfiles.h"
+#include "station/tally.h"
+
+class Instrument {
+ public:
+  static constexpr int kLook = 10'000;  // milliseconds, from one Look to the next
+
+  Instrument() = default;
+  Instrument(const Instrument&) = delete;
+  Instrument& operator=(const Instrument&) = delete;
+  virtual ~Instrument() noexcept(false) = default;
+
+  virtual bool IsConnected() const = 0;
+
+  // At the start and after each change of the document.
+  virtual void Apply(const ConfigMoorlog& /*document*/) {}
+  // Opens again what can't be had just now, and builds anew what has been silent for too long.
+  virtual void Look() {}
+  // The disk has come or gone, or a minute is over.
+  virtual void LookAtDisk() {
+    if (Files() != nullptr) Files()->LookAtDisk();
+  }
+  // Recording is wanted, or not.
+  virtual void Record(bool on) {
+    if (Files() != nullptr) on ? Files()->Start() : Files()->Stop();
+  }
+  // Where its records go; nullptr where that isn't a family of lines.
+  virtual RecordFiles* Files() { return nullptr; }
+
+  const Tally& Records() const { return _records; }
+
+ protected:
+  Tally _records;
+};

@@ -1,0 +1,123 @@
+// moorlog-station: reads all the instruments, keeps the clock and the disk, and answers tools, until it is ended by
+// SIGTERM or SIGINT. SIGHUP reads the settings again. docs/station.md is for who installs it.
+//
+// Exit status: 0 when it was ended; 2 for settings that can't be taken; 1 for what can't be had at the start, or when
+// the same error has come over and over.
+
+#include <unistd.h>
+
+#include <csignal>
+#include <iostream>
+#include <memory>
+#include <optional>
+
+#include "runtime/pollprocessor.h"
+#include "station/mishaps.h"
+#include "station/rights.h"
+#include "station/settings.h"
+#include "station/station.h"
+#include "station/watchdog.h"
+
+namespace {
+
+// Notes that the signal has come.
+class Noted : public PollSignalHandler {
+ public:
+  explicit Noted(int signal) : PollSignalHandler(signal, true) {}
+  void HandleSignal(int /*signal*/) override { _came = true; }
+  bool Take() { return std::exchange(_came, false); }
+
+ private:
+  bool _came = false;
+};
+
+class End : public PollTimer {
+ public:
+  explicit End(int seconds) : PollTimer(seconds > 0 ? seconds * 1'000 : -1, true) {}
+  void HandleTimeout() override { _over = true; }
+  bool IsOver() const { return _over; }
+
+ private:
+  bool _over = false;
+};
+
+std::string OrNone(const std::string& text) {
+  return text.empty() ? "none" : text;
+}
+
+// What would run, and what won't for want of a file or of rights.
+int Check(const Settings& settings) {
+  std::cout << "name       " << settings.name << "\nstate      " << settings.state << "\ndisk       "
+            << settings.disk.path << (settings.disk.board ? ", also on the board's own disk" : "") << ", files of "
+            << settings.disk.split << " s, " << settings.disk.percent << " %\ncontrol    port " << settings.control.port
+            << " on " << (settings.control.interface.empty() ? "all interfaces" : settings.control.interface)
+            << "\nanalyser   records " << settings.analyser.record << "\ngps        " << OrNone(settings.gps.device)
+            << ", pulse " << OrNone(settings.gps.pulse) << "\nsonic      " << OrNone(settings.sonic.device)
+            << "\nbutton     " << OrNone(settings.button.device) << "\ncampbell   rows in "
+            << (settings.campbell.directory.empty() ? settings.disk.path : settings.campbell.directory)
+            << "\nclock      " << settings.clock.mode << '\n';
+  for (const std::string& device :
+       {settings.gps.device, settings.gps.pulse, settings.sonic.device, settings.button.device})
+    if (!device.empty() && access(device.c_str(), R_OK | W_OK) != 0)
+      std::cout << "missing    " << device << " can't be opened now; it is looked for every ten seconds\n";
+  if (!IsRootsProcess())
+    std::cout << "missing    root's rights: the clock is only watched, the modules stay off; zone, name, time protocol "
+                 "and reboot are refused\n";
+  return std::cout.flush() ? 0 : 1;
+}
+
+int Run(int argc, char** argv, Settings settings, int seconds) {
+  PollProcessor& loop = PollProcessor::Instance();
+  loop.QuitOnSignal(SIGTERM);
+  loop.QuitOnSignal(SIGINT);
+  Noted reload(SIGHUP);
+  const End end(seconds);
+  Watchdog watchdog;
+  Mishaps mishaps;
+  WorkAs(settings.user);
+
+  auto station = std::make_unique<Station>(settings);
+  const auto ready = [&] {
+    const std::string port = "control port " + std::to_string(station->ControlPort());
+    std::cout << "moorlog-station " << MOORLOG_VERSION << ": " << port << std::endl;
+    watchdog.Ready(port);
+  };
+  ready();
+  for (bool more = true; more && !end.IsOver();) {
+    try {
+      more = loop.Poll(-1);
+      if (!reload.Take()) continue;
+      watchdog.Reloading();
+      Settings fresh;
+      try {
+        ReadSettings(argc, argv, fresh);
+        station.reset();
+        settings = fresh;
+      } catch (const SettingsError& error) {
+        std::cout << "ERROR: the settings stay as they were: " << error.what() << std::endl;
+      }
+      if (!station) station = std::make_unique<Station>(settings);
+      ready();
+    } catch (const std::exception& error) {
+      if (!mishaps.Bear(error.what()) || !station) return 1;
+    }
+  }
+  watchdog.Stopping();
+  station.reset();
+  std::cout << "moorlog-station: all files are finished" << std::endl;
+  return 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) try {
+  Settings settings;
+  const Command command = ReadSettings(argc, argv, settings);
+  return command.check ? Check(settings) : Run(argc, argv, settings, command.seconds);
+} catch (const SettingsError& error) {
+  std::cerr << "ERROR: " << error.what() << std::endl;
+  return 2;
+} catch (const std::exception& error) {
+  std::cerr << "ERROR: " << error.what() << std::endl;
+  return 1;
+}

@@ -1,0 +1,71 @@
+// The data acquisition modules on their bus: rows become day files, those that the modules had kept go into day files
+// of their own, and so do live rows. Tools reach the modules through the session's bridge (daqm/daqm.h).
+//
+//   2024-05-01-000004-modules.txt      2024-05-01-101500-backup.txt      2024-05-01-101730-live.txt
+//
+// The document says which port they are on. Powering the bus takes root's rights; without them the modules stay off.
+
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "daqm/daqm.h"
+#include "logging/daqmlogfile.h"
+#include "station/instrument.h"
+#include "station/settings.h"
+
+class StationModules : public Instrument, private DAQM::Listener {
+ public:
+  // The disk outlives this.
+  StationModules(const Settings& settings, const Disk& disk);
+
+  bool IsConnected() const override { return _connected; }
+  void Apply(const ConfigMoorlog& document) override;
+  void Look() override;
+  void LookAtDisk() override;
+  void Record(bool on) override { _wanted = on; }
+
+  void Live(bool on);
+  void GotFix(long seconds);  // of the GPS, since 1970
+
+  std::string SerialNumbers() const { return _session ? _session->SerialNumberList() : ""; }
+
+ private:
+  class _DayFile {
+   public:
+    _DayFile(const std::string& directory, const std::string& suffix) : _file(directory, suffix, "DAQM") {}
+    void SetHeader(const std::vector<std::string>& names, const std::vector<std::string>& units);
+    void Close() { _file.SetHeader(_names, _units); }  // a header, whichever, ends the file
+    void Write(long time, const std::vector<double>& values);
+
+   private:
+    DAQMLogFile _file;
+    std::vector<std::string> _names, _units;
+  };
+
+  void _Connect();
+  bool _MayWrite() const { return _settings.modules.record && _wanted && _disk.IsThere(); }
+
+  void GotDAQMConnected(unsigned port) override;
+  void GotDAQMSerial(std::string /*id*/, std::string /*serial*/) override {}
+  void GotDAQMVersion(std::string /*id*/, std::string /*version*/) override {}
+  void GotDAQMDisconnected() override;
+  void GotDAQMHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) override;
+  void GotDAQMData(long time, const std::vector<double>& values) override;
+  void GotDAQMBackupHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) override;
+  void GotDAQMBackupData(long time, const std::vector<double>& values) override;
+  void GotDAQMLiveHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) override;
+  void GotDAQMLiveData(long time, const std::vector<double>& values) override;
+  void GotDAQMReserved() override {}
+
+  const Settings& _settings;
+  const Disk& _disk;
+  _DayFile _rows, _backup, _live;
+  unsigned _port = 0;
+  bool _connected = false;
+  bool _wanted = true;
+  bool _told = false;  // why they can't be had
+  std::optional<DAQM> _session;
+};

@@ -1,0 +1,56 @@
+// The files of one family of records on the disk: what an instrument sends goes there, line by line, into files that
+// end with the period, are packed then, and are called after the station and the family ("bog-1-sonic-...").
+//
+// Nothing is written while the disk isn't there: lines are counted as lost then, and never land on the board's own
+// disk. What a kill or a power cut has left under its working name is finished when the disk is found: renamed, so that
+// it is packed off or reclaimed like others, or deleted where it is empty.
+//
+// Names and heads of files, and the moments when they end, go by the system's clock in UTC.
+//
+// Thread: the poll loop's. Nothing here throws for the disk's sake.
+
+#pragma once
+
+#include <cstdint>
+#include <ctime>
+#include <string>
+
+#include "logging/logger.h"
+#include "station/disk.h"
+
+class RecordFiles {
+ public:
+  // `name`: of the station and the family. `split`: seconds. The disk isn't owned and outlives this.
+  RecordFiles(const Disk& disk, std::string name, int split);
+
+  // The names of the columns, as a line; another one than the last goes into the open file at once.
+  void SetHeader(const std::string& line);
+  void Write(const std::string& line);
+
+  // For the owner to call: when the disk comes or goes, and once a minute. A full disk ends the file, so that the next
+  // one finds the room that has been made meanwhile.
+  void LookAtDisk();
+
+  void Start();  // it is so at first
+  void Stop();   // lines are dropped from now on; the file ends
+  bool IsStopped() const { return _stopped; }
+
+  // Lines since the beginning.
+  int64_t Written() const { return _written; }
+  int64_t Lost() const { return _lost; }
+
+ private:
+  void _SetTime();
+  void _EndFile();
+  void _FinishLeftovers() const;
+
+  const Disk& _disk;
+  const std::string _name;
+  Logger _logger{"", "UTC", false};
+  std::string _header;
+  time_t _now = 0;      // of the logger's date and time
+  bool _there = false;  // the disk, as the logger has it
+  bool _stopped = false;
+  int64_t _written = 0;
+  int64_t _lost = 0;
+};

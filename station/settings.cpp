@@ -1,0 +1,185 @@
+#include "station/settings.h"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <filesystem>
+#include <fstream>
+#include <istream>
+#include <map>
+#include <sstream>
+
+#include "station/wholenumber.h"
+
+namespace {
+
+constexpr const char* kDefaultFile = "/etc/moorlog/station.toml";
+constexpr int kMostSeconds = 2'000'000;  // a timer's milliseconds are an int
+
+// Names and directories become words of zip's command line, which takes some characters for a pattern.
+std::string CheckWord(const std::string& text) {
+  if (!text.starts_with('-') && text.find_first_of(" \t\r\n\"'\\*?[]") == std::string::npos) return "";
+  return "'" + text + "' can't be part of a data file's name: no blanks, quotes and \\*?[], and no '-' in front";
+}
+
+std::string CheckName(const std::string& text) {
+  return text.find('/') == std::string::npos ? CheckWord(text) : "'" + text + "' is a path, and no name";
+}
+
+std::string CheckPath(const std::string& text) {
+  return text.starts_with('/') ? CheckWord(text) : "'" + text + "' doesn't begin with '/'";
+}
+
+// "", for none, goes with every check.
+CLI::Validator Optional(std::string (*check)(const std::string&)) {
+  return {[check](std::string& text) { return text.empty() ? "" : check(text); }, ""};
+}
+
+// Where each key of a TOML file stands, as "gps.device". What is wrong with the form is CLI11's to say.
+std::map<std::string, int> LinesOfKeys(const std::string& text) {
+  std::map<std::string, int> lines;
+  std::istringstream in(text);
+  std::string line, section;
+  for (int number = 1; std::getline(in, line); ++number) {
+    line = CLI::detail::trim_copy(line);
+    if (line.starts_with('[') && line.find(']') != std::string::npos)
+      section = CLI::detail::trim_copy(line.substr(1, line.find(']') - 1)) + '.';
+    else if (const size_t equals = line.find('='); equals != std::string::npos && !line.starts_with('#'))
+      lines[section + CLI::detail::trim_copy(line.substr(0, equals))] = number;
+  }
+  return lines;
+}
+
+class Reader {
+ public:
+  Reader(Settings& settings, Command& command) {
+    _app.set_help_flag("-h,--help", "say this");
+    _app.set_version_flag("--version", MOORLOG_VERSION);
+    _app.add_option("--config", _file, "the configuration file")->type_name("FILE")->default_str(kDefaultFile);
+    _app.add_flag("--check", command.check, "read the settings, say what would run, and end");
+    _Number("--seconds", command.seconds, 1, kMostSeconds, "end after so many seconds");
+
+    _Text("--name", settings.name, CheckName, "what the data files' names begin with");
+    _app.add_option("--user", settings.user, "whose rights the station works with")->type_name("NAME");
+    _Text("--state", settings.state, CheckPath, "directory of what has to survive a restart");
+    _Flag("--verbose", settings.verbose, "tell what the parts do");
+    _Text("--disk.path", settings.disk.path, CheckPath, "where the disk is mounted");
+    _Flag("--disk.board", settings.disk.board, "that path may be on the board's own disk");
+    _Number("--disk.split", settings.disk.split, 1, 604'800, "seconds, the length of a file");
+    _Number("--disk.percent", settings.disk.percent, 1, 100, "of the disk, for all files together");
+    _Number("--control.port", settings.control.port, 0, 65'535, "TCP port for tools; 0: one of the system's choice");
+    _Text("--control.interface", settings.control.interface, CheckName, "network interface it can be reached from");
+    _Number("--analyser.port", settings.analyser.port, 1, 65'535, "of an analyser that is given by its address");
+    _app.add_option("--analyser.record", settings.analyser.record,
+                    "its lines as they come, some of their columns, or none")
+        ->check(CLI::IsMember({"all", "some", "none"}))
+        ->type_name("all|some|none");
+    _app.add_option("--analyser.columns", settings.analyser.columns, "those columns")->type_name("NAME...");
+    _Device("--gps.device", settings.gps.device, "serial port of the GPS receiver");
+    _Device("--gps.pulse", settings.gps.pulse, "device of its pulse per second");
+    _Flag("--gps.record", settings.gps.record, "write its fixes to files");
+    _Device("--sonic.device", settings.sonic.device, "serial port of the anemometer");
+    _Flag("--sonic.record", settings.sonic.record, "write its records to files");
+    _Device("--button.device", settings.button.device, "of the push button with its light");
+    _Flag("--soil.record", settings.soil.record, "write the soil chamber's reports to files");
+    _Flag("--modules.record", settings.modules.record, "write the modules' rows to day files");
+    _Number("--campbell.port", settings.campbell.port, 1, 65'535, "of the Campbell logger's web interface");
+    _Text("--campbell.directory", settings.campbell.directory, CheckPath, "where the rows are put for the upload");
+    _app.add_option("--clock.mode", settings.clock.mode, "set the system's clock by the GPS, or only watch it")
+        ->check(CLI::IsMember({"set", "watch"}))
+        ->type_name("set|watch");
+    _Number("--clock.proportional", settings.clock.proportional, 2, 1'000'000, "divisor of the clock's control law");
+    _Number("--clock.integral", settings.clock.integral, 4, 1'000'000, "the other one, not below the first");
+    _Device("--clock.rtc", settings.clock.rtc, "hardware clock");
+  }
+
+  void Read(int argc, const char* const* argv) {
+    try {
+      _app.parse(argc, argv);
+    } catch (const CLI::CallForHelp& help) {
+      std::exit(_app.exit(help));
+    } catch (const CLI::CallForVersion& version) {
+      std::exit(_app.exit(version));
+    } catch (const CLI::ParseError& error) {
+      throw SettingsError(error.what());
+    }
+    _ReadFile(_file.empty() ? kDefaultFile : _file);
+  }
+
+ private:
+  CLI::Option* _Number(const std::string& name, int& value, int least, int most, const std::string& what) {
+    return _app.add_option(name, value, what)
+        ->transform(WholeNumber(least, most))
+        ->capture_default_str()
+        ->type_name(WholeNumberName(least, most));
+  }
+  void _Text(const std::string& name, std::string& value, std::string (*check)(const std::string&),
+             const std::string& what) {
+    _app.add_option(name, value, what)->check(Optional(check))->capture_default_str()->type_name("TEXT");
+  }
+  void _Device(const std::string& name, std::string& value, const std::string& what) {
+    _Text(name, value, CheckPath, what);
+  }
+  void _Flag(const std::string& name, bool& value, const std::string& what) {
+    _app.add_option(name, value, what)->capture_default_str()->type_name("true|false");
+  }
+
+  // What the command line has set stays.
+  void _ReadFile(const std::string& path) {
+    std::ifstream file(path);
+    if (!file) {
+      if (_file.empty()) return;  // none is asked for, and none is there
+      throw SettingsError(path + ": can't be read");
+    }
+    const std::string text(std::istreambuf_iterator<char>(file), {});
+    const std::map<std::string, int> lines = LinesOfKeys(text);
+    const auto fail = [&](const std::string& key, const std::string& what) {
+      const auto line = lines.find(key);
+      throw SettingsError(path + ':' + (line == lines.end() ? "" : std::to_string(line->second) + ':') + ' ' + what);
+    };
+    std::istringstream in(text);
+    std::vector<CLI::ConfigItem> items;
+    try {
+      items = CLI::ConfigTOML().from_config(in);
+    } catch (const CLI::ParseError& error) {
+      fail("", error.what());
+    }
+    for (const CLI::ConfigItem& item : items) {
+      if (item.name == "++" || item.name == "--") continue;  // a section begins or ends
+      const std::string key = item.fullname();
+      CLI::Option* const option = _app.get_option_no_throw("--" + key);
+      if (option == nullptr || key == "config" || key == "check" || key == "help" || key == "version")
+        fail(key, "there is no key '" + key + "'");
+      if (option->count() > 0 || item.inputs.empty()) continue;
+      try {
+        option->add_result(item.inputs);
+        option->run_callback();
+      } catch (const CLI::ParseError& error) {
+        const std::string what = error.what();
+        fail(key, what.starts_with("--") ? what.substr(2) : what);
+      }
+    }
+  }
+
+  CLI::App _app{
+      "The station of the logger: reads all instruments, keeps the clock and the disk. What follows can also\n"
+      "stand in the configuration file; what is said here wins.",
+      "moorlog-station"};
+  std::string _file;
+};
+
+}  // namespace
+
+Command ReadSettings(int argc, const char* const* argv, Settings& settings) {
+  Command command;
+  Reader(settings, command).Read(argc, argv);
+  if (settings.clock.integral < settings.clock.proportional)
+    throw SettingsError("clock.integral: not below clock.proportional, or the clock swings");
+  if (settings.analyser.record == "some" && settings.analyser.columns.empty())
+    throw SettingsError("analyser.columns: 'some' wants their names");
+  if (settings.name.empty()) {
+    char host[256] = {};
+    settings.name = gethostname(host, sizeof host - 1) == 0 && host[0] != 0 ? host : "station";
+  }
+  return command;
+}

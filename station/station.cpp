@@ -1,0 +1,197 @@
+#include "station/station.h"
+
+#include <jsoncpp/json/writer.h>
+#include <unistd.h>
+
+#include <ctime>
+#include <fstream>
+#include <iostream>
+#include <sstream>
+#include <utility>
+
+#include "runtime/filesystem.h"
+#include "runtime/runprogram.h"
+#include "runtime/superuser.h"
+
+namespace {
+
+constexpr int kSecond = 1'000;  // milliseconds
+
+std::string Checked(const std::string& directory) {
+  MkDirectory(directory);
+  return directory;
+}
+
+// Resident bytes of this process (proc(5)).
+Json::Int64 Memory() {
+  std::ifstream file("/proc/self/statm");
+  Json::Int64 ignored = 0, pages = 0;
+  file >> ignored >> pages;
+  return pages * getpagesize();
+}
+
+}  // namespace
+
+Station::Station(Settings settings, const ZonePlaces& places)
+    : PollTimer(kSecond, true),
+      _settings(std::move(settings)),
+      _linux_clock(places.tree, places.link, places.file, _settings.clock.rtc),
+      _clock(_linux_clock, _settings.clock.mode == "watch", {_settings.clock.proportional, _settings.clock.integral}),
+      _board(_linux_clock),
+      _disk(_settings.disk.path, _settings.disk.board),
+      _reclaimer(_settings.verbose),
+      _file(Checked(_settings.state) + "/moorlog.xml"),
+      _analyser(_settings, _disk),
+      _sonic(_settings, _disk),
+      _gps(_settings, _disk, _clock),
+      _soil(_settings, _disk),
+      _modules(_settings, _disk),
+      _campbell(_settings, _disk, _linux_clock, _gps),
+      _button(
+          _settings, [this] { _Record(!_recording); }, [this] { _disk.Eject(); }),
+      _table({{"analyser", &_analyser, 10},
+              {"sonic", &_sonic, 10},
+              {"gps", &_gps, 10},
+              {"soil", &_soil, 90'000},
+              {"modules", &_modules, 60},
+              {"campbell", &_campbell, 30},
+              {"button", &_button, 0}}),
+      _control(_settings.control.port, _settings.control.interface,
+               [this](const std::string& request) { return Answer(request); }),
+      _started(time(nullptr)) {
+  // The zones of this system are the choices of the document.
+  std::string zones;
+  for (const std::string& zone : _linux_clock.Zones()) zones += (zones.empty() ? "" : "|") + zone;
+  std::istringstream choices(zones);
+  std::ostringstream ignored;
+  _document.moorlog.cfg.clock.zone.read_doctype(choices, ignored);
+  _file.Load(_document);
+  _document.moorlog.ver.set(MOORLOG_VERSION);
+  _document._set_changed(false);
+
+  _disk.RegisterListener(this);
+  _ApplyToInstruments();
+  for (const _Row& row : _table) row.instrument->Look();
+  _EachMinute();
+}
+
+std::string Station::Answer(const std::string& request) {
+  return request == "status" ? Status() : _Configure(request);
+}
+
+// What was taken before something is refused counts. A bad address leaves the reading by an exception.
+std::string Station::_Configure(const std::string& text) {
+  if (text.find('<') == std::string::npos) throw std::runtime_error("neither a document nor \"status\"");
+  std::istringstream in(text);
+  std::ostringstream out;
+  Configurable::set_compact(out, true);
+  std::vector<std::string> errors;
+  try {
+    _document.configure_and_send_events(in, out);
+  } catch (const std::exception& error) {
+    errors.emplace_back(error.what());
+  }
+  const bool is_answered = in.fail() || out.tellp() > 0;
+  ConfigMoorlog& moorlog = _document.moorlog;
+  const bool is_changed = moorlog.IsConfigChanged() || moorlog.factory.has_changed();
+  for (std::string& error : _board.Apply(moorlog)) errors.push_back(std::move(error));
+  _ApplyToInstruments();
+  try {
+    if (is_changed) _file.Save(_document);
+    _Obey(moorlog.cmd);
+  } catch (const std::exception& error) {
+    errors.emplace_back(error.what());
+  }
+  _document._set_changed(false);
+  for (const std::string& error : errors) _document.Error(out, error);
+  if (errors.empty() && !is_answered) _document.Ack(out);
+  std::string answer = out.str();
+  std::erase(answer, '\n');
+  return answer;
+}
+
+void Station::_Obey(const ConfigCmdMoorlog& commands) {
+  if (commands.logusbstart.get()) {
+    _disk.Use();
+    _Record(true);
+  }
+  if (commands.logusbstop.get()) _Record(false);
+  if (commands.ejectusb.get()) _disk.Eject();
+  if (commands.startdaqmlivemeasure.get()) _modules.Live(true);
+  if (commands.stopdaqmlivemeasure.get()) _modules.Live(false);
+  if (commands.reboot.get()) {
+    const SuperUser rights;
+    RunProgramAsDaemon("/usr/bin/systemctl reboot");
+  }
+}
+
+void Station::_ApplyToInstruments() {
+  for (const _Row& row : _table) row.instrument->Apply(_document.moorlog);
+}
+
+void Station::_Record(bool on) {
+  _recording = on;
+  for (const _Row& row : _table) row.instrument->Record(on);
+}
+
+void Station::DiskCame() {
+  std::cout << "The disk is there: " << _disk.Path() << std::endl;
+  for (const _Row& row : _table) row.instrument->LookAtDisk();
+}
+
+void Station::DiskWent() {
+  std::cout << "The disk has gone: " << _disk.Path() << std::endl;
+  for (const _Row& row : _table) row.instrument->LookAtDisk();
+}
+
+void Station::HandleTimeout() {
+  AddTimeout(kSecond);
+  _second = (_second + 1) % 60;
+  _button.Show(_Light());
+  if (_second % (Instrument::kLook / kSecond) == 0)
+    for (const _Row& row : _table) row.instrument->Look();
+  if (_second == 0) _EachMinute();
+}
+
+void Station::_EachMinute() {
+  for (const _Row& row : _table) row.instrument->LookAtDisk();
+  if (_disk.IsThere()) _reclaimer.Reclaim(_disk.Path(), _settings.disk.percent, ".part");
+}
+
+StationButton::Light Station::_Light() const {
+  if (!_recording) return StationButton::Off;
+  return _disk.IsThere() ? StationButton::On : StationButton::Error;
+}
+
+std::string Station::Status() const {
+  const time_t now = time(nullptr);
+  Json::Value status;
+  for (const _Row& row : _table) {
+    const Tally& records = row.instrument->Records();
+    Json::Value& line = status["instruments"][row.name];
+    line["connected"] = row.instrument->IsConnected();
+    line["records"] = Json::Int64{records.Records()};
+    line["rate"] = records.Rate();
+    line["bad_sums"] = Json::Int64{records.BadSums()};
+    if (records.Last() != 0) line["last"] = Json::Int64{records.Last()};
+    line["silent"] = row.silent > 0 && now - records.Last() > row.silent;
+    if (RecordFiles* const files = row.instrument->Files(); files != nullptr) {
+      line["written"] = Json::Int64{files->Written()};
+      line["lost"] = Json::Int64{files->Lost()};
+    }
+  }
+  status["recording"] = _recording;
+  status["disk"]["path"] = _disk.Path();
+  status["disk"]["there"] = _disk.IsThere();
+  status["disk"]["available"] = Json::UInt64{_disk.Available()};
+  status["clock"]["watching"] = _clock.IsWatching();
+  status["clock"]["steps"] = Json::Int64{_clock.Steps()};
+  if (_clock.Offset()) status["clock"]["offset"] = *_clock.Offset();
+  status["memory"] = Memory();
+  status["uptime"] = Json::Int64{now - _started};
+  status["version"] = MOORLOG_VERSION;
+  Json::StreamWriterBuilder format;
+  format["indentation"] = "";
+  format["precision"] = 9;
+  return Json::writeString(format, status);
+}

@@ -1,0 +1,94 @@
+// The station: one object that owns all the parts and wires them. Each concern is a class of its own; what happens when
+// stands here.
+//
+//   each second   the light of the button shows how the recording fares
+//   each ten      what can't be had is opened again, what has been silent for too long is built anew
+//   each minute   the disk is looked at, and its oldest files go where it is too full
+//
+// Started, it is at work until it is destroyed, which finishes all files. Nothing here throws for an instrument's sake.
+//
+// Thread: the poll loop's.
+
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "config/docmoorlog.h"
+#include "logging/reclaimer.h"
+#include "serial/linuxclock.h"
+#include "station/analyser.h"
+#include "station/board.h"
+#include "station/button.h"
+#include "station/campbell.h"
+#include "station/controlport.h"
+#include "station/disk.h"
+#include "station/documentfile.h"
+#include "station/gps.h"
+#include "station/modules.h"
+#include "station/settings.h"
+#include "station/soilchamber.h"
+#include "station/sonic.h"
+#include "station/stationclock.h"
+
+// Where the system keeps its zones: elsewhere in tests.
+struct ZonePlaces {
+  std::string tree = "/usr/share/zoneinfo", link = "/etc/localtime", file = "/etc/timezone";
+};
+
+class Station : private Disk::Listener, private PollTimer {
+ public:
+  // Throws what can't be had and has no way around it: the control port, the zones, the state directory.
+  explicit Station(Settings settings, const ZonePlaces& places = {});
+  ~Station() noexcept(false) override = default;
+
+  int ControlPort() const { return _control.Port(); }
+
+  // To one line of the control port: "status" is answered by a line of JSON; anything else is taken for a document.
+  std::string Answer(const std::string& request);
+  std::string Status() const;
+
+ private:
+  // A row of the table: what it is called, and after how many seconds without a record it counts as silent.
+  struct _Row {
+    const char* name;
+    Instrument* instrument;
+    int silent;
+  };
+
+  std::string _Configure(const std::string& text);
+  void _Obey(const ConfigCmdMoorlog& commands);
+  void _ApplyToInstruments();
+  void _Record(bool on);
+  void _EachMinute();
+  StationButton::Light _Light() const;
+
+  void DiskCame() override;
+  void DiskWent() override;
+  void HandleTimeout() override;
+  const char* Description() const override { return "Station"; }
+
+  const Settings _settings;
+  LinuxClock _linux_clock;
+  StationClock _clock;
+  Board _board;
+  Disk _disk;
+  Reclaimer _reclaimer;
+  DocumentFile _file;
+  DocMoorlog _document;
+
+  StationAnalyser _analyser;
+  StationSonic _sonic;
+  StationGPS _gps;
+  StationSoil _soil;
+  StationModules _modules;
+  StationCampbell _campbell;
+  StationButton _button;
+  const std::vector<_Row> _table;
+
+  class ControlPort _control;
+  const time_t _started;
+  bool _recording = true;
+  int _second = 0;  // of the minute
+};

@@ -1,0 +1,74 @@
+#include "station/settings.h"
+
+#include <gtest/gtest.h>
+
+#include "tests/support/error_text.h"
+#include "tests/support/temp_directory.h"
+
+namespace {
+
+Settings Read(std::vector<const char*> arguments) {
+  arguments.insert(arguments.begin(), "moorlog-station");
+  Settings settings;
+  ReadSettings(static_cast<int>(arguments.size()), arguments.data(), settings);
+  return settings;
+}
+
+TEST(Settings, AreTakenFromTheFileAndThenFromTheCommandLine) {
+  const TempDirectory dir;
+  const std::string file = dir / "station.toml";
+  dir.Write("station.toml",
+            "name = \"bog-1\"  # a comment\n\n[disk]\nsplit = 010\nboard = true\n[analyser]\nrecord = \"some\"\n"
+            "columns = [\"CH4\", \"TEMP\"]\n[gps]\nrecord = false\n");
+  const Settings settings = Read({"--config", file.c_str(), "--name", "bog-2"});
+  EXPECT_EQ(settings.name, "bog-2");
+  EXPECT_EQ(settings.disk.split, 10);
+  EXPECT_TRUE(settings.disk.board && !settings.gps.record && settings.sonic.record);
+  EXPECT_EQ(settings.analyser.columns, (std::vector<std::string>{"CH4", "TEMP"}));
+}
+
+// The file that is installed says what holds without it.
+TEST(Settings, TheInstalledFileChangesNothing) {
+  const auto values = [](const Settings& s) {
+    return std::tuple(s.name, s.user, s.state, s.verbose, s.disk.path, s.disk.board, s.disk.split, s.disk.percent,
+                      s.control.port, s.control.interface, s.analyser.port, s.analyser.record, s.analyser.columns,
+                      s.gps.device, s.gps.pulse, s.gps.record, s.sonic.device, s.sonic.record, s.button.device,
+                      s.soil.record, s.modules.record, s.campbell.port, s.campbell.directory, s.clock.mode,
+                      s.clock.proportional, s.clock.integral, s.clock.rtc);
+  };
+  EXPECT_EQ(values(Read({})), values(Read({"--config", MOORLOG_SOURCE_DIR "/station/station.toml"})));
+}
+
+TEST(Settings, NameTheLineOfWhatCantBeTaken) {
+  const TempDirectory dir;
+  const std::string file = dir / "f";
+  const std::pair<const char*, const char*> rows[] = {
+      {"\nfoo = 1", "2: there is no key 'foo'"},
+      {"[gps]\nfoo = 2", "2: there is no key 'gps.foo'"},
+      {"config = \"x\"", "1: there is no key 'config'"},
+      {"[disk]\n\nsplit = 0", "3: disk.split: '0' is not a whole number from 1 to 604800"},
+      {"[disk]\nsplit = 604801", "2: disk.split: '604801' is not a whole number from 1 to 604800"},
+      {"[disk]\nsplit = [1,2]", "2: disk.split: At Most 1 required but received 2"},
+      {"[disk]\nsplit=60\nsplit=61", "3: disk.split: At Most 1 required but received 2"},
+      {"[disk]\npath=\"media\"", "2: disk.path: 'media' doesn't begin with '/'"},
+      {"[disk]\npath=\"/a b\"",
+       "2: disk.path: '/a b' can't be part of a data file's name: no blanks, quotes and "
+       "\\*?[], and no '-' in front"},
+      {"name = \"a/b\"", "1: name: 'a/b' is a path, and no name"},
+      {"verbose=maybe", "1: Could not convert: --verbose = maybe"},
+      {"[analyser]\nrecord=\"x\"", "2: analyser.record: x not in {all,some,none}"},
+  };
+  for (const auto& [text, error] : rows) {
+    dir.Write("f", text);
+    EXPECT_EQ(ErrorText([&] { Read({"--config", file.c_str()}); }), file + ':' + error);
+  }
+  EXPECT_EQ(ErrorText([] { Read({"--config", "/nonexistent"}); }), "/nonexistent: can't be read");
+  EXPECT_EQ(ErrorText([] {
+              Read({"--clock.integral", "4", "--clock.proportional", "5"});
+            }),
+            "clock.integral: not below clock.proportional, or the clock swings");
+  EXPECT_EQ(ErrorText([] { Read({"--analyser.record", "some"}); }), "analyser.columns: 'some' wants their names");
+  EXPECT_NE(ErrorText([] { Read({"--nonsense"}); }), "nothing thrown");
+}
+
+}  // namespace

@@ -1,0 +1,248 @@
+// The parts of the station that stand between the instruments and the board, one by one.
+
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/timex.h>
+
+#include <cmath>
+#include <filesystem>
+
+#include "station/controlport.h"
+#include "station/disk.h"
+#include "station/documentfile.h"
+#include "station/mishaps.h"
+#include "station/recordfiles.h"
+#include "station/stationclock.h"
+#include "tests/support/captured_output.h"
+#include "tests/support/child_process.h"
+#include "tests/support/error_text.h"
+#include "tests/support/mount_namespace.h"
+#include "tests/support/poll_runner.h"
+#include "tests/support/temp_directory.h"
+#include "tests/support/virtual_time.h"
+
+namespace {
+
+// How far the board's clock is ahead, in seconds, and what it is told.
+struct {
+  double ahead = 0, ppm = 0;
+  int steps = 0, refuses = 0;
+} board;
+
+}  // namespace
+
+extern "C" int __wrap_adjtimex(timex* wanted) {
+  board.ppm = static_cast<double>(wanted->freq) / 65536;
+  return 0;
+}
+extern "C" int __wrap_settimeofday(const timeval* time, const struct timezone*) {
+  timeval now;
+  gettimeofday(&now, nullptr);
+  const double by =
+      static_cast<double>(time->tv_sec - now.tv_sec) + static_cast<double>(time->tv_usec - now.tv_usec) / 1e6;
+  board.ahead += by;
+  board.steps += std::abs(by) > 1e-4 ? 1 : 0;
+  return 0;
+}
+
+namespace {
+
+TEST(DocumentFile, KeepsTheDocumentAndPutsADamagedOneAside) {
+  const TempDirectory dir;
+  const DocumentFile file(dir / "moorlog.xml");
+  const auto set = [](DocMoorlog& document, const std::string& text) {
+    std::istringstream in(text);
+    std::ostringstream out;
+    document.configure(in, out);
+  };
+  DocMoorlog document, again, third;
+  file.Load(document);
+  EXPECT_FALSE(document.has_changed());
+  set(document,
+      "<tarno><moorlog><cfg><head>a &lt; b</head><sonicbaud>9600</sonicbaud></cfg><cmd><reboot>true</reboot>"
+      "</cmd></moorlog></tarno>");
+  file.Save(document);
+  EXPECT_TRUE(document.moorlog.cmd.reboot.get());
+  file.Load(again);
+  EXPECT_EQ(again.moorlog.cfg.head.get(), "a < b");
+  EXPECT_EQ(again.moorlog.cfg.sonicbaud.get(), 9600);
+  EXPECT_FALSE(again.has_changed() || again.moorlog.cmd.reboot.get());
+
+  const std::string whole = dir.Read("moorlog.xml");
+  for (const std::string& damaged : {std::string(), whole.substr(0, whole.size() / 2), whole + "x", std::string("<a/>"),
+                                     std::string("<tarno><moorlog><cfg><head>b</head><network><ipaddress>x</"
+                                                 "ipaddress></network></cfg></moorlog></tarno>")}) {
+    dir.Write("moorlog.xml", damaged);
+    file.Load(third);
+    EXPECT_EQ(third.moorlog.cfg.head.get(), "") << damaged;
+    EXPECT_EQ(dir.Read("moorlog.xml.damaged"), damaged);
+    EXPECT_FALSE(std::filesystem::exists(dir / "moorlog.xml"));
+  }
+}
+
+struct Tool {
+  explicit Tool(const ControlPort& port) : socket(Socket::FamilyIPv4, Socket::TypeStream, 0) {
+    SocketAddress address("127.0.0.1");
+    address.Port(port.Port());
+    socket.Connect(address);
+    socket.SetNonBlock();
+  }
+  bool Got(const std::string& text) {
+    return PollUntil([&] {
+      std::string more;
+      if (recv(socket.Fileno(), nullptr, 0, MSG_PEEK | MSG_DONTWAIT) == 0) socket.Read(more);
+      got += more;
+      return got == text;
+    });
+  }
+  bool Closed() {
+    char byte;
+    return PollUntil([&] { return recv(socket.Fileno(), &byte, 1, MSG_DONTWAIT) == 0 || errno == ECONNRESET; });
+  }
+  Socket socket;
+  std::string got;
+};
+
+TEST(ControlPort, AnswersLinesAndBearsEveryClient) {
+  const ControlPort port(0, "lo", [](const std::string& request) {
+    if (request == "throw") throw std::runtime_error("text");
+    return request == "long" ? std::string(600'000, 'x') : '<' + request + '>';
+  });
+  Tool tool(port);
+  tool.socket.Write("one\r\n\ntw");
+  EXPECT_TRUE(tool.Got("<one>\n"));
+  tool.socket.Write("o\nthrow\n");
+  EXPECT_TRUE(tool.Got("<one>\n<two>\nERROR: text\n"));
+
+  std::vector<std::unique_ptr<Tool>> many;
+  for (size_t i = 1; i < ControlPort::kMostClients; ++i) {
+    many.push_back(std::make_unique<Tool>(port));
+    many.back()->socket.Write("x\n");
+    EXPECT_TRUE(many.back()->Got("<x>\n"));
+  }
+  EXPECT_TRUE(Tool(port).Closed());
+  many[0]->socket.Shutdown(Socket::ShutdownWrite);
+  EXPECT_TRUE(many[0]->Closed());
+  EXPECT_TRUE(PollUntil([&] {
+    Tool next(port);
+    next.socket.Write("y\n");
+    PollPasses(10);
+    char byte;
+    return recv(next.socket.Fileno(), &byte, 1, MSG_DONTWAIT) == 1;
+  }));
+  EXPECT_EQ(ErrorText([] { ControlPort(0, "none", [](const std::string& text) { return text; }); }),
+            "Unable to use the interface none: No such device");
+}
+
+TEST(Disk, FollowsWhatIsMountedThere) {
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
+  const TempDirectory dir;
+  const ChildResult child = RunInMountNamespace([&] {
+    struct : Disk::Listener {
+      void DiskCame() override { log += "came "; }
+      void DiskWent() override { log += "went "; }
+      std::string log;
+    } listener;
+    Disk disk(dir.Path(), false);
+    disk.RegisterListener(&listener);
+    const auto told = [&] {
+      PollPasses(5);
+      return std::exchange(listener.log, "");
+    };
+    EXPECT_FALSE(disk.IsThere());
+    EXPECT_EQ(disk.Available(), 0U);
+    MountEmpty(dir.Path(), "size=64k");
+    EXPECT_EQ(told(), "came ");
+    EXPECT_EQ(disk.Available(), 65'536U);
+    MountEmpty(dir.Path());
+    EXPECT_EQ(told(), "went came ");
+    disk.Eject();
+    EXPECT_EQ(told(), "went ");
+    umount(dir.Path().c_str());
+    EXPECT_EQ(told(), "");
+    umount(dir.Path().c_str());
+    EXPECT_EQ(told(), "");
+    MountEmpty(dir.Path());
+    EXPECT_EQ(told(), "came ");
+    disk.Eject();
+    disk.Use();
+    EXPECT_EQ(told(), "went came ");
+    umount(dir.Path().c_str());
+    EXPECT_EQ(told(), "went ");
+  });
+  EXPECT_EQ(child.exit_status, 0) << child.output;
+}
+
+TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
+  const TempDirectory dir;
+  VirtualTime time;
+  dir.Write("x-2024-02-01T000000.txt.part", "a\n");
+  dir.Write("x-2024-02-01T000000.txt", "b\n");
+  dir.Write("x-2024-02-02T000000.txt.part", "");
+  dir.Write("other-2024-02-02T000000.txt.part", "");
+  const CapturedOutput output;
+  Disk disk(dir.Path(), true);
+  {
+    RecordFiles files(disk, "x", 3'600);
+    files.SetHeader("XH\tCHK\n");
+    files.Write("1\n");
+    time.Advance(5'000);
+    files.Stop();
+    files.Write("2\n");
+    files.Start();
+    files.Write("3\n");
+    disk.Eject();
+    files.Write("4\n");
+    disk.Use();
+    time.Advance(5'000);
+    files.Write("5\n");
+    EXPECT_EQ(files.Written(), 3);
+    EXPECT_EQ(files.Lost(), 1);
+  }
+  EXPECT_EQ(dir.Names(), (std::set<std::string>{"x-2024-02-01T000000.txt", "x-2024-02-01T000000-2.txt",
+                                                "other-2024-02-02T000000.txt.part", "x-2024-03-01T000000.txt",
+                                                "x-2024-03-01T000005.txt", "x-2024-03-01T000010.txt"}));
+  EXPECT_TRUE(dir.Read("x-2024-03-01T000005.txt").ends_with("Timezone:\tUTC\nXH\tCHK\n3\n"));
+}
+
+// A clock that runs 20 ppm fast and begins 5 s ahead.
+TEST(StationClock, IsSteppedOnceAndThenKept) {
+  const TempDirectory dir;
+  dir.Write("zones/UTC", "");
+  dir.Write("rtc", "");
+  const CapturedOutput output;
+  for (const bool watch : {false, true}) {
+    VirtualTime time;
+    board = {};
+    board.ahead = 5;
+    LinuxClock linux_clock(dir / "zones", dir / "link", dir / "zone", dir / "rtc");
+    StationClock clock(linux_clock, watch, {4, 8});
+    for (int second = 1; second <= 1'200; ++second) {
+      time.Advance(300);
+      board.ahead += (20 + board.ppm) / 1e6;
+      const double moment = second + board.ahead;
+      clock.GotPulse({static_cast<int32_t>(moment), static_cast<int32_t>((moment - std::floor(moment)) * 1e9)});
+      time.Advance(500);
+      clock.GotFix(TimeVal(second));
+      clock.GotFix(TimeVal(second, 100'000'000));
+      time.Advance(200);
+    }
+    EXPECT_EQ(board.steps, watch ? 0 : 1);
+    EXPECT_NEAR(board.ahead, watch ? 5.024 : 0, 1e-4);
+    EXPECT_NEAR(clock.Offset().value_or(9), board.ahead, 1e-4);
+  }
+}
+
+TEST(Mishaps, AreBorneButNotTheSameOneForEver) {
+  VirtualTime time;
+  const CapturedOutput output;
+  Mishaps mishaps;
+  for (int i = 0; i < 99; ++i) EXPECT_TRUE(mishaps.Bear("a"));
+  EXPECT_TRUE(mishaps.Bear("b"));
+  for (int i = 0; i < 99; ++i) EXPECT_TRUE(mishaps.Bear("a"));
+  time.Advance(61'000);
+  for (int i = 0; i < 99; ++i) EXPECT_TRUE(mishaps.Bear("a"));
+  EXPECT_FALSE(mishaps.Bear("a"));
+}
+
+}  // namespace
