@@ -77,7 +77,7 @@ void ExpectInterfaces() {
 
 // What a real bridge rarely shows, and no tree at all; and the host's name.
 void ExpectOddTrees() {
-  ASSERT_EQ(0, unshare(CLONE_NEWUTS));
+  ASSERT_EQ(0, unshare(CLONE_NEWUTS | CLONE_NEWNET));
   EXPECT_TRUE(SetHostname("station-7"));
   EXPECT_FALSE(SetHostname(std::string(65, 'x')));
   EXPECT_EQ("station-7", Hostname());
@@ -87,6 +87,9 @@ void ExpectOddTrees() {
           "echo 8000.1 x > bridge_id; echo 2 > topology_change; cp topology_change topology_change_detected;"
           "echo 3456 > topology_change_timer"));
   ASSERT_EQ(0, mount("/mnt", "/sys/class/net", nullptr, MS_BIND, nullptr));
+  std::vector<std::string> names;
+  EnumNetworkInterfaces(names);
+  EXPECT_THAT(names, ElementsAre("b", "lo"));
   const auto bridge = Refreshed<NetworkBridge>("b");
   EXPECT_EQ("8000.1", bridge.bridgeId);
   EXPECT_THAT(bridge.interfaces, ElementsAre("port"));
@@ -99,7 +102,6 @@ void ExpectOddTrees() {
   EXPECT_EQ("Unable to list directory contents of: /sys/class/net/b/brif: No such file or directory",
             ErrorText([] { Refreshed<NetworkBridge>("b"); }));
   MountEmpty("/sys/class");
-  std::vector<std::string> names;
   EXPECT_EQ("Unable to list directory contents of: /sys/class/net/: No such file or directory",
             ErrorText([&] { EnumNetworkInterfaces(names); }));
 }
