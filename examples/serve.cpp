@@ -227,7 +227,7 @@ class Reader : public SocketServerListener {
     _server.RegisterListener(*this);
     SocketAddress address("127.0.0.1");
     address.Port(port);
-    _server.Connect(address, 0);
+    _server.Connect(address, 1);
   }
   void ClientOpened(SocketClient& client) override {
     client.Write("GET /" + _name + " HTTP/1.1\r\nHost: localhost\r\nConnection: close\r\n\r\n");
