@@ -21,13 +21,14 @@ bool Run(const std::string& commands) {
 }
 
 // In an empty network: br1 without a port, and br0 with the ports "v0", whose peer "v1" has an address and one more
-// with a label, and "p0", which is down while its peer isn't.
+// with a label, and "p0", which is down while its peer, a port of br2, isn't.
 bool MakeNetwork() {
   return unshare(CLONE_NEWNET) == 0 && mount("none", "/sys", "sysfs", 0, nullptr) == 0 &&
          Run("ip link add br1 index 11 type bridge; ip link add br0 index 10 type bridge;"
+             "ip link add br2 type bridge;"
              "ip link add v0 index 20 address 02:00:fe:0a:00:9f type veth peer name v1;"
              "ip link add p0 type veth peer name fifteenletters1;"
-             "for i in v0 p0; do ip link set $i master br0; done;"
+             "for i in v0 p0; do ip link set $i master br0; done; ip link set fifteenletters1 master br2;"
              "for i in br0 v0 v1 fifteenletters1; do ip link set $i up; done;"
              "ip addr add 10.1.2.3/24 dev v1; ip addr add 10.1.2.4/24 dev v1 label v1:x");
 }
@@ -50,12 +51,14 @@ void ExpectInterfaces() {
   ASSERT_TRUE(MakeNetwork());
   std::vector<std::string> names = {"v1", "first"};
   EnumNetworkInterfaces(names);
-  EXPECT_THAT(names, ElementsAre("v1", "first", "br0", "br1", "fifteenletters1", "lo", "p0", "v0", "v1", "v1:x"));
+  EXPECT_THAT(names,
+              ElementsAre("v1", "first", "br0", "br1", "br2", "fifteenletters1", "lo", "p0", "v0", "v1", "v1:x"));
 
   while (!Refreshed<NetworkInterface>("br0").running) continue;  // its carrier follows its port's
   EXPECT_EQ("up running 20 0.0.0.0 02:00:fe:0a:00:9f member br0", Shown("v0"));
   EXPECT_THAT(Shown("v1"), testing::MatchesRegex("up running [0-9]+ has 10.1.2.3 [0-9a-f:]{17} "));
   EXPECT_THAT(Shown("v1:x"), testing::HasSubstr(" has 10.1.2.4 "));
+  EXPECT_THAT(Shown("fifteenletters1"), testing::EndsWith(" member br2"));
   EXPECT_EQ("up running 10 0.0.0.0 02:00:fe:0a:00:9f bridge ", Shown("br0"));
   for (const std::string name : {"p0", "br1", "lo", "none", "fifteenletters1x", ""})
     EXPECT_EQ("0 0.0.0.0  ", Shown(name, Refreshed<NetworkInterface>("v0"))) << name;
@@ -72,7 +75,7 @@ void ExpectInterfaces() {
   ASSERT_TRUE(Run("for n in $(seq 60); do ip addr add 10.2.0.$n/32 dev v1 label v1:$n; done"));
   names.clear();
   EnumNetworkInterfaces(names);
-  EXPECT_EQ(8U + 60, names.size());
+  EXPECT_EQ(9U + 60, names.size());
 }
 
 // What a real bridge rarely shows, and no tree at all; and the host's name.
