@@ -96,6 +96,8 @@ void SoilInstrument::Misbehave(int which) {
       HangUp();
       _away = kAway;
       return;
+    case 9:
+      return SetLocation("EXT");
     default:
       Stall(true);
       _away = kAway;
@@ -168,7 +170,7 @@ void SoilInstrument::_Advance() {
     _since += _settings.purge;
   }
   for (; _state == kRunning && now - _since >= _settings.observation; _since += _settings.observation) {
-    _finished.push_back({_file, ++_files[_file], _Clock(), 0});
+    _finished.push_back({_file, ++_files[_file], _Clock()});
     Send("<SR><INFO>SUMMARY_READY</INFO></SR>\n");
     _BeginFile();
   }
@@ -217,7 +219,6 @@ void SoilInstrument::_SendReport(const std::string& file, int number) {
     Send("<SR><ERROR>No such observation</ERROR></SR>\n");
     return;
   }
-  ++found->sent;
   Send("<SR><REPORT><OB>" + Escaped(Report(*found)) + "</OB></REPORT></SR>\n");
 }
 

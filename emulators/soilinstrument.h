@@ -29,7 +29,6 @@ class SoilInstrument : public LineServer, public PollTimer {
     std::string file;
     int number = 0;
     time_t ended = 0;  // by its clock
-    int sent = 0;      // reports, whether they arrived or not
     bool operator==(const Observation& other) const { return file == other.file && number == other.number; }
   };
 
@@ -50,7 +49,7 @@ class SoilInstrument : public LineServer, public PollTimer {
   void HangUpAfter(int commands) { _hang_up_after = commands; }  // so many commands on; 0: with the next
   void CutLine();                                                // half a data line, and hangs up
   // One of kMisbehaviours: the ones above, whatever LineServer can do, and a stop.
-  static constexpr int kMisbehaviours = 10;
+  static constexpr int kMisbehaviours = 11;
   void Misbehave(int which);
 
   // The text of the report, as it is before its special characters are escaped.

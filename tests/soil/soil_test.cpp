@@ -146,6 +146,7 @@ TEST_F(SoilTest, AsksForTheStateAndSetsTheInstrumentOnceADay) {
     expected.push_back("<CMD><MEAS><DELETE>" + *old + "</DELETE></MEAS></CMD>");
   expected.insert(expected.end(), {kStart, kState});
   EXPECT_EQ(WithoutClock(Heard(15)), expected);
+  EXPECT_EQ(_instrument.Copied(), (Lines{*ours.rbegin()}));
   EXPECT_NEAR(_instrument.ClockError(), 0, 1);
   EXPECT_EQ(ReadStateFile(_dir / "Soil.conf").getMemberNames(), (Lines{"other"}));
   PollFor(10 * kMinute);
