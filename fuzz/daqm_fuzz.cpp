@@ -200,11 +200,10 @@ struct Model {
     const std::string body = line.substr(0, line.size() - 9), field = line.substr(line.size() - 9);
     const size_t first = line.find('"'), second = first == line.npos ? line.npos : line.find('"', first + 1);
     const uint32_t calculated = Sum(second == line.npos ? body : second < body.size() ? body.substr(second) : "");
-    // Digits in the tail alone; other forms of a number are the line format's own fuzzer's.
-    const size_t digits = std::min(field.find_first_not_of("0123456789abcdefABCDEF"), field.size());
-    const uint32_t embedded =
-        digits == 0 || digits == 9 ? 0 : static_cast<uint32_t>(std::stoul(field.substr(0, digits), nullptr, 16));
-    if (digits != 0 && digits != 9 && embedded == calculated) return true;
+    uint32_t embedded = 0;
+    std::istringstream in(field);
+    if (!(in >> std::hex >> embedded)) embedded = 0;
+    if (in && embedded == calculated) return true;
     char sums[100];
     std::snprintf(sums, sizeof sums, "\n     Embedded checksum: %08x\n   Calculated checksum: %08x\n", embedded,
                   calculated);

@@ -223,7 +223,7 @@ class Days : public DAQM::Listener {
   }
   // A tool renames columns, and hears the bus meanwhile.
   void _Visit(int number) {
-    PollFor(5'000);  // lines that have just been cut aren't the answer
+    PollFor(15'000);  // what is cut is a report and not the answer
     if (!_powered) return;
     Tool tool;
     _time.SetGrace(5'000);
