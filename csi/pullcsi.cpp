@@ -2,11 +2,10 @@
 
 #include <jsoncpp/json/reader.h>
 #include <jsoncpp/json/writer.h>
-#include <locale.h>
-
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <clocale>
 #include <cmath>
 #include <cstdlib>
 #include <ctime>

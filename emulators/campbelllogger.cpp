@@ -184,7 +184,7 @@ std::string CampbellLogger::_Answer(const std::string& url, std::string& kind) {
     kind = ::kHTML;
     return "<html><head><title>SetValueExResponse</title></head><body>0</body></html>";
   }
-  const std::string body = command == "DataQuery" ? _Query(url) : "";
+  std::string body = command == "DataQuery" ? _Query(url) : "";
   if (body.empty()) kind.clear();
   return body;
 }
@@ -199,7 +199,7 @@ std::string CampbellLogger::_Query(const std::string& url) {
   }
   if (table != "dl:" + _table) return {};
   const time_t moment = _Clock() / _period * _period;
-  const std::string row = _RowOf(_table, moment, _fields);
+  std::string row = _RowOf(_table, moment, _fields);
   _rows.push_back({_TimeText(moment), row});
   return row;
 }

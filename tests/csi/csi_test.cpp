@@ -404,7 +404,7 @@ TEST_F(CSIWeek, EachRowThatWasTheNewestIsStoredOnceAndTheClockIsSetInTime) {
     for (int step = Random(24); step < awake + 12 && !HasFailure(); ++step) Step();
     if (awake >= 720) continue;
     _pull->SetCSIHostname("");
-    PassTo(hour * 3'600'000);
+    PassTo(hour * int64_t{3'600'000});
   }
   output.reset();
   EXPECT_EQ(_told, _live);
