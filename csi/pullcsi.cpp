@@ -2,6 +2,7 @@
 
 #include <jsoncpp/json/reader.h>
 #include <jsoncpp/json/writer.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
