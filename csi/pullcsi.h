@@ -91,7 +91,8 @@ class PullCSI : public PollTimer, public Head::Listener, public HTTPParser::List
   void _Append(std::string path);
   void _SendNextRequest();
   void _HandleJSONResponse(const std::string& body);
-  void _HandleLiveDataJSON(Json::Value& root);
+  void _HandleLiveDataJSON(Json::Value& root, const std::string& body);
+  bool _FieldsDiffer(const Json::Value& fields, const std::string& body);
   void _TakeFields(Json::Value& fields);
   void _StoreRow(const std::string& timestamp, const Json::Value& root) const;
   void _Sync();
@@ -117,7 +118,8 @@ class PullCSI : public PollTimer, public Head::Listener, public HTTPParser::List
   double _elevation = 0;
   double _latitude = 0;
   double _longitude = 0;
-  Json::Value _fields;  // of "Public", as they were last
+  Json::Value _fields;       // of "Public", as they were last
+  std::string _fields_text;  // the same as they were sent, or empty
   std::string _datah;
   std::vector<int> _field_types;
   const bool _verbose;
