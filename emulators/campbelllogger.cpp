@@ -98,6 +98,7 @@ void CampbellLogger::CutNext(size_t bytes) {
 void CampbellLogger::ClientOpened(SocketClient&) {
   ++_connections;
   ++_open;
+  _silent = false;
 }
 
 void CampbellLogger::ClientClosed(SocketClient& client) {
@@ -120,6 +121,7 @@ void CampbellLogger::GotHTTPRequest(SocketClient& client, std::string url, std::
   const std::string page = "<html><body>" + std::to_string(_requests.size()) + "</body></html>";
   switch (trouble) {
     case kSilence:
+      _silent = true;
       return;
     case kNotFound:
       _Reply(client, "404 Not Found", ::kHTML, page);

@@ -55,6 +55,7 @@ class CampbellLogger : private SocketServerListener {
   int Port() const { return _port; }
   int Connections() const { return _connections; }  // taken so far
   bool IsIdle() const { return _open == 0; }        // nobody is connected
+  bool IsSilent() const { return _silent; }         // whoever came last has asked for what it doesn't answer
 
   const std::vector<std::string>& Requests() const { return _requests; }  // paths
   const std::string& Received() const { return _received; }               // all bytes
@@ -96,6 +97,7 @@ class CampbellLogger : private SocketServerListener {
   std::unique_ptr<SocketServer> _server;
   const SocketClient* _ending = nullptr;  // it gets no more answers
   int _connections = 0, _open = 0;
+  bool _silent = false;
 
   std::vector<Field> _fields;
   std::map<std::string, std::string> _values;  // that were set

@@ -87,21 +87,22 @@ class CSITest : public testing::Test, public PullCSI::Listener {
     _tick = _time.Elapsed() + 1'000;
     PassTo(_tick - 1);
   }
-  // While something is pending the link may come back, 2 s after each failure.
-  void Tick(int grace = 1'000) {
+  // While something is pending the link comes back 2 s after each failure.
+  void Tick() {
+    _seen = _logger.Connections();
     PassTo(_tick + 1);
-    Exchange(grace);
-    for (int retry = 0; _pending() && retry < 2; ++retry) {
+    Exchange();
+    for (int retry = 0; _pending() && !_logger.IsSilent() && retry < 2; ++retry) {
       PassTo(_time.Elapsed() + 2'000);
-      Exchange(10);
+      Exchange();
     }
     _tick += kTick;
     PassTo(_tick - 1);
   }
-  // What is on its way gets the real time that it needs: `grace`, in milliseconds, when nothing comes.
-  void Exchange(int grace) {
-    _time.SetGrace(_refused ? 0 : grace);
-    PollUntil([this] { return _logger.Connections() > _seen && _logger.IsIdle(); }, 100);
+  // What is on its way gets the real time that it needs.
+  void Exchange() {
+    _time.SetGrace(_refused ? 0 : 2'000);
+    PollUntil([this] { return _logger.Connections() > _seen && (_logger.IsIdle() || _logger.IsSilent()); }, 100);
     _time.SetGrace(0);
     _seen = _logger.Connections();
   }
@@ -170,8 +171,7 @@ TEST_F(CSITest, WhatIsQueuedWaits) {
   _pull->SetCSITable("Public");
   Start();
   _logger.Misbehave(CampbellLogger::kSilence, 2);
-  Tick(10);
-  Tick(10);
+  Ticks(2);
   const Lines group = {Set("Elevation", "0.000000"), Set("Latitude", "0.000000"), Set("Longitude", "0.000000"),
                        kPublic};
   EXPECT_EQ(Asked(), Lines(group.begin(), group.begin() + 2)) << "one on each connection";
@@ -181,9 +181,8 @@ TEST_F(CSITest, WhatIsQueuedWaits) {
   _on_data = [] { throw std::runtime_error("not now"); };
   const CapturedOutput output;
   Start();
-  _pending = [] { return true; };
-  Tick(10);
-  Tick(10);
+  _pending = [this] { return _logger.Requests().size() < 12; };
+  Ticks(2);
   Lines expected;
   for (int i = 0; i < 4; ++i) expected.insert(expected.end(), group.begin(), group.end());
   EXPECT_EQ(Asked(), expected) << "the link comes back by itself, 2 s after each throw";
@@ -251,7 +250,7 @@ TEST_F(CSITest, LetsNoReplyFillTheMemory) {
   Start();
   _logger.SetFields({{"long", "xsd:string", '"' + std::string(5 << 20, 'x') + '"'}});
   const CapturedOutput output;
-  Tick(10);
+  Tick();
   EXPECT_TRUE(output.Text().starts_with("Head::Private::HandleRead(): Got exception PullCSI: reply is too long\n"));
   _logger.SetFields({{"long", "xsd:string", '"' + std::string(4'000'000, 'x') + '"'}});
   Ticks(2);
@@ -321,7 +320,12 @@ class CSIWeek : public CSITest {
   }
   int Random(int below) { return static_cast<int>(_random() % static_cast<unsigned int>(below)); }
 
+  void ComeBack() {
+    _logger.Listen();
+    _refused = false;
+  }
   void Disturb() {
+    if (_refused && Random(4) == 0) return ComeBack();
     constexpr int kErrors[] = {0, 600, -7'200, 90'000, -3 * 86'400, -400 * 86'400};
     switch (Random(20)) {
       case 0:
@@ -351,8 +355,8 @@ class CSIWeek : public CSITest {
       case 7:
         return _logger.CutNext(static_cast<size_t>(Random(1'000)));
       default:
-        _troubled = 1 + Random(3);
-        _logger.Misbehave(static_cast<CampbellLogger::Trouble>(1 + Random(CampbellLogger::kTroubles - 1)), _troubled);
+        _logger.Misbehave(static_cast<CampbellLogger::Trouble>(1 + Random(CampbellLogger::kTroubles - 1)),
+                          1 + Random(3));
     }
   }
   void Collect() {
@@ -365,10 +369,9 @@ class CSIWeek : public CSITest {
     _logger.Forget();
   }
   void Step() {
-    const bool calm = Random(12) != 0;
-    if (!calm) Disturb();
+    if (Random(12) == 0) Disturb();
     _model.Tick(_zone.name, kStart + _tick / 1'000);
-    Tick(!calm || _troubled-- > 0 ? 10 : 1'000);
+    Tick();
     Collect();
     for (const std::string& line : _lines) {
       const auto columns = std::count(line.begin(), line.end(), '\t');
@@ -386,7 +389,7 @@ class CSIWeek : public CSITest {
   std::mt19937 _random{static_cast<uint32_t>(Wanted("MOORLOG_CSI_SEED", 7))};
   Model _model;
   Zone _zone = kZones[0];
-  int _troubled = 0, _live = 0, _told = 0;
+  int _live = 0, _told = 0;
   long _columns = 0;
 };
 
@@ -394,10 +397,7 @@ TEST_F(CSIWeek, EachRowThatWasTheNewestIsStoredOnceAndTheClockIsSetInTime) {
   const int awake = Wanted("MOORLOG_CSI_AWAKE", 2) * 12;  // steps
   std::optional<CapturedOutput> output(std::in_place);
   for (int hour = 1; hour <= 24 * Wanted("MOORLOG_CSI_DAYS", 7) && !HasFailure(); ++hour) {
-    if (Random(3) == 0) {
-      _logger.Listen();
-      _refused = false;
-    }
+    if (Random(3) == 0) ComeBack();
     if (!_pull->IsActive()) Start();
     for (int step = Random(24); step < awake + 12 && !HasFailure(); ++step) Step();
     if (awake >= 720) continue;
