@@ -36,9 +36,9 @@ struct Manager : Soil {
   }
 };
 
-SoilData Measurement(int current, int complete = 100) {
+SoilData Measurement(int current) {
   SoilData data;
-  data.longs = {{"/SR/STATE/CUROB", current}, {"/SR/STATE/OBCOMPLETE", complete}};
+  data.longs = {{"/SR/STATE/CUROB", current}, {"/SR/STATE/OBCOMPLETE", 100}};
   data.strings = {{"/SR/MEASUREMENT/NAME", Hostname()}, {"/SR/MEASUREMENT/LOCATION", "INT"}};
   return data;
 }
@@ -69,17 +69,7 @@ class SoilTest : public testing::Test, public Soil::Listener {
     _instrument.ForgetCommands();
     return heard;
   }
-  Lines AfterLine(const std::string& line, size_t count = 0) {
-    _instrument.Send("<SR>" + line + "</SR>\n");
-    return Heard(count);
-  }
-  int Stored(const std::string& file) { return ReadStateFile(_dir / "Soil.conf")[file]["obs"].asInt(); }
-
   void GotSoilConnected(std::string target) override { _events += "connected " + target + '\n'; }
-  void GotSoilData(SoilData& data) override { _events += "data " + std::to_string(data.floats.size()) + '\n'; }
-  void GotSoilReport(long timestamp, std::string report) override {
-    _events += "report " + std::to_string(timestamp) + ' ' + report + '\n';
-  }
   void GotSoilError(std::string error) override { _events += "error " + error + '\n'; }
 
   const std::string _host = Hostname();
@@ -96,28 +86,6 @@ const char* const kMeasurement = "<CMD><QUERY>MEAS</QUERY></CMD>";
 const char* const kStop = "<CMD><MEAS>STOP</MEAS></CMD>";
 const char* const kStart = "<CMD><MEAS>START</MEAS></CMD>";
 
-// What goes out once a day up to the files, on the day of `moment` at "hhmmss".
-Lines Sequence(time_t moment = time(nullptr)) {
-  char date[16];
-  strftime(date, sizeof date, "%Y%m%d", localtime(&moment));
-  return {"<CFG><IPOUTRATE>1</IPOUTRATE></CFG>",
-          "<CFG><CLOCK><DATE>" + std::string(date) + "</DATE></CLOCK></CFG>",
-          "<CFG><CLOCK><TIME>hhmmss</TIME></CLOCK></CFG>",
-          "<MEASUREMENT><TYPE>CHAMBER</TYPE></MEASUREMENT>",
-          "<MEASUREMENT><SPLIT>WEEK</SPLIT></MEASUREMENT>",
-          "<MEASUREMENT><LOCATION>INT</LOCATION></MEASUREMENT>",
-          "<MEASUREMENT><FILE>APPEND</FILE></MEASUREMENT>",
-          "<MEASUREMENT><NAME>" + Hostname() + "</NAME></MEASUREMENT>",
-          "<CFG><MEASRESTART>TRUE</MEASRESTART></CFG>",
-          "<CFG><CONTINUE>TRUE</CONTINUE></CFG>"};
-}
-
-Lines WithoutClock(Lines lines) {
-  for (std::string& line : lines)
-    if (line.starts_with("<CFG><CLOCK><TIME>")) line.replace(18, 6, "hhmmss");
-  return lines;
-}
-
 TEST_F(SoilTest, AsksForTheStateAndSetsTheInstrumentOnceADay) {
   _instrument.SetName(_host);
   Connect();
@@ -131,76 +99,21 @@ TEST_F(SoilTest, AsksForTheStateAndSetsTheInstrumentOnceADay) {
   PollFor(30);
   EXPECT_EQ(Heard(1), (Lines{kState}));
 
-  const std::set<std::string> ours = {_host + "-1.47q", _host + "-3.47q", "a" + _host};
-  AfterLine("<LIST>" + _host + "-1.47q=1," + _host + "-3.47q=1,a" + _host + "=2,other=3</LIST>");
-  _dir.Write("Soil.conf", "{\"" + _host + "-1.47q\":{\"obs\":3},\"other\":{\"obs\":4}}");
   _instrument.Stop();
   _instrument.SetClockError(-4'321);
   _time.Advance(24 * kHour);
   EXPECT_EQ(Heard(1), (Lines{kStop}));
-  AfterLine("<STATE><INSTRUMENT>IDLE</INSTRUMENT></STATE>");  // nothing follows: it has just been stopped
-  PollFor(kMinute);
-  Lines expected = Sequence();
-  expected.push_back("<CMD><COPY>" + *ours.rbegin() + "</COPY></CMD>");
-  for (auto old = ours.begin(); old != std::prev(ours.end()); ++old)
-    expected.push_back("<CMD><MEAS><DELETE>" + *old + "</DELETE></MEAS></CMD>");
-  expected.insert(expected.end(), {kStart, kState});
-  EXPECT_EQ(WithoutClock(Heard(15)), expected);
-  EXPECT_EQ(_instrument.Copied(), (Lines{*ours.rbegin()}));
+  PollFor(15'000 - 20);
+  EXPECT_EQ(Heard(0), Lines());
+  PollFor(30);
+  EXPECT_EQ(Heard(12).size(), 12U);
   EXPECT_NEAR(_instrument.ClockError(), 0, 1);
-  EXPECT_EQ(ReadStateFile(_dir / "Soil.conf").getMemberNames(), (Lines{"other"}));
   PollFor(10 * kMinute);
   EXPECT_EQ(Heard(1), (Lines{kState})) << "no second sequence on that day";
 }
 
-TEST_F(SoilTest, AsksForWhatHasBeenFinishedSince) {
-  _instrument.SetName(_host);
+TEST_F(SoilTest, StaysAwayAfterAnInterruption) {
   Connect();
-  Heard(4);
-  AfterLine("<LIST>" + _host + "-1.47q=1," + _host + "-2.47q=1," + _host + "-9=1,z.47q=1</LIST>");
-  AfterLine("<CFLIST>" + _host + "-5.47q=1</CFLIST>");
-  struct Row {
-    const char *location, *state;
-    int stored;
-    int64_t first, last;  // of the requests
-  };
-  const Row rows[] = {
-      {"INT", "<CUROB>5</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 4, 5, 5},
-      {"INT", "<CUROB>5</CUROB><OBCOMPLETE>99</OBCOMPLETE>", 4, 5, 4},
-      {"INT", "<CUROB>8</CUROB>", 4, 5, 7},
-      {"EXT", "<CUROB>2</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 0, 1, 2},
-      {"INT", "<CUROB>5</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 2'147'483'647, 1, 0},
-      {"INT", "<CUROB>2000000000</CUROB><OBCOMPLETE>100</OBCOMPLETE>", 5, 1'999'990'001, 2'000'000'000},
-      {"INT", "<CUROB>-2147483648</CUROB>", 0, 1, 0},
-  };
-  for (const Row& row : rows) {
-    const std::string file = _host + (row.location[0] == 'E' ? "-5.47q" : "-2.47q");
-    _dir.Write("Soil.conf", "{\"" + file + "\":{\"obs\":" + std::to_string(row.stored) + "}}");
-    EXPECT_EQ(AfterLine(std::string("<STATE>") + row.state + "</STATE>"), Lines());
-    Lines expected;
-    for (int64_t number = row.first; number <= row.last; ++number)
-      expected.push_back(std::string("<REPORT><LOC>") + row.location + "</LOC><INFILE>" + file + "</INFILE><OB>" +
-                         std::to_string(number) +
-                         "</OB><INCHEADER>TRUE</INCHEADER><INC234>TRUE</INC234><ACTION>GETOB</ACTION></REPORT>");
-    _instrument.Send("<SR><MEASUREMENT><NAME>" + _host + "</NAME><LOCATION>" + row.location +
-                     "</LOCATION></MEASUREMENT></SR>\n");
-    EXPECT_EQ(Heard(expected.size()), expected) << row.state;
-    EXPECT_EQ(Stored(file), row.first > row.last ? row.stored : row.last) << row.state;
-  }
-  EXPECT_EQ(AfterLine("<INFO>SUMMARY_READ</INFO>"), Lines());
-  EXPECT_EQ(AfterLine("<INFO>SUMMARY_READY</INFO>", 2), (Lines{kList, kMeasurement}));
-  EXPECT_EQ(AfterLine("<STATE><INSTRUMENT>IDLE</INSTRUMENT></STATE>", 1), (Lines{kStart}));
-  EXPECT_EQ(AfterLine("<MEASUREMENT><NAME>x</NAME></MEASUREMENT>", 1), (Lines{kStop}));
-}
-
-TEST_F(SoilTest, TellsItsOwnerAndStaysAwayAfterAnInterruption) {
-  Connect();
-  _events.clear();
-  AfterLine("<DATA><CO2>1</CO2><T1>2</T1></DATA>");
-  AfterLine("<ERROR>some</ERROR>");
-  AfterLine("<REPORT><OB>no heading</OB></REPORT>");
-  Settle([this] { return _events.ends_with("ing\n"); });
-  EXPECT_EQ(_events, "data 2\nerror some\nreport 0 no heading\n");
   _events.clear();
   _instrument.Interrupt();
   Settle([this] { return !_events.empty(); });
@@ -211,6 +124,19 @@ TEST_F(SoilTest, TellsItsOwnerAndStaysAwayAfterAnInterruption) {
   PollFor(5'000);
   Settle([this] { return _instrument.IsConnected() && _events.ends_with(".1\n"); });
   EXPECT_EQ(_events.substr(40), "connected 127.0.15.1\n");
+}
+
+TEST(SoilRequests, AreTheLastTenThousandAtMost) {
+  const TempDirectory dir;
+  Manager soil(dir.Path(), true);
+  const CapturedOutput output;
+  SoilData data = Measurement(2'000'000'000);
+  soil.GotSoilStatus(data);
+  soil.GotSoilMeasurement(data);
+  const std::string text = output.Text();
+  EXPECT_EQ(text.find("<OB>1999990000<"), text.npos);
+  EXPECT_LT(text.find("<OB>1999990001<"), text.find("<OB>2000000000<"));
+  EXPECT_EQ(ReadStateFile(dir / "Soil.conf")[Hostname()]["obs"], 2'000'000'000);
 }
 
 TEST(SoilFile, IsWhereItBelongsAndItsFailureIsTold) {
@@ -256,6 +182,28 @@ TEST(SoilFile, IsOldOrNewWhenTheProcessIsKilled) {
     ASSERT_GT(now, last);
     last = now;
   }
+}
+
+// What goes out once a day up to the files, on the day of `moment` at "hhmmss".
+Lines Sequence(time_t moment = time(nullptr)) {
+  char date[16];
+  strftime(date, sizeof date, "%Y%m%d", localtime(&moment));
+  return {"<CFG><IPOUTRATE>1</IPOUTRATE></CFG>",
+          "<CFG><CLOCK><DATE>" + std::string(date) + "</DATE></CLOCK></CFG>",
+          "<CFG><CLOCK><TIME>hhmmss</TIME></CLOCK></CFG>",
+          "<MEASUREMENT><TYPE>CHAMBER</TYPE></MEASUREMENT>",
+          "<MEASUREMENT><SPLIT>WEEK</SPLIT></MEASUREMENT>",
+          "<MEASUREMENT><LOCATION>INT</LOCATION></MEASUREMENT>",
+          "<MEASUREMENT><FILE>APPEND</FILE></MEASUREMENT>",
+          "<MEASUREMENT><NAME>" + Hostname() + "</NAME></MEASUREMENT>",
+          "<CFG><MEASRESTART>TRUE</MEASRESTART></CFG>",
+          "<CFG><CONTINUE>TRUE</CONTINUE></CFG>"};
+}
+
+Lines WithoutClock(Lines lines) {
+  for (std::string& line : lines)
+    if (line.starts_with("<CFG><CLOCK><TIME>")) line.replace(18, 6, "hhmmss");
+  return lines;
 }
 
 // A week with a trouble every few hours; MOORLOG_SOIL_DAYS and MOORLOG_SOIL_SEED ask for others. What may go is
