@@ -155,7 +155,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string text(reinterpret_cast<const char*>(data), size);
   Heard heard;
   Ear first("1 ", heard), second("2 ", heard);
-  DataHandler handler;
+  DataHandler handler, unheard;
   handler.RegisterListener(&first);
   handler.RegisterListener(&second);
   handler.DispatchConnected("head");
@@ -176,6 +176,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       threw = true;
     }
     Require(heard == expected && threw == plain.threw);
+    try {
+      unheard.DispatchLine(line);
+    } catch (const SocketError&) {
+      Require(plain.threw);
+    }
   };
   for (size_t at = 0; at < text.size();) {
     const size_t end = std::min(text.find('\n', at), text.size() - 1) + 1;
