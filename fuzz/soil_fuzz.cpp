@@ -46,7 +46,14 @@ struct Log : SoilDevice::Listener, Soil::Listener {
   void GotSoilOpened() override { text << "opened\n"; }
   void GotSoilConnected(std::string target) override { text << "connected " << target << '\n'; }
   void GotSoilClosed() override { text << "closed\n"; }
-  void GotSoilData(SoilData& data) override { Note("data", data); }
+  // The record is the listener's while it lasts: what it leaves there isn't told again.
+  void GotSoilData(SoilData& data) override {
+    Note("data", data);
+    data.floats.erase("/SR/DATA/CO2");
+    data.floats["/SR/DATA/FLUX"] = data.floats["/SR/DATA/GUST"] = 5;
+    data.longs["/SR"] = data.longs["/SR/T"] = 6;
+    data.strings["/SR/DATA/LABEL"] = "old";
+  }
   void GotSoilInfo(SoilData& data) override { Note("info", data); }
   void GotSoilStatus(SoilData& data) override { Note("state", data); }
   void GotSoilMeasurement(SoilData& data) override { Note("measurement", data); }

@@ -1,6 +1,8 @@
 #include "soil/soildevice.h"
 
+#include <algorithm>
 #include <iostream>
+#include <iterator>
 #include <locale>
 #include <sstream>
 #include <string_view>
@@ -34,7 +36,6 @@ struct Row {
   Kind kind;
 };
 
-// Sorted within each kind, as the maps of a record are.
 constexpr Row kRows[] = {
     {"/SR/DATA/BENCHPRESSURE", kFloat},
     {"/SR/DATA/BENCHTEMP", kFloat},
@@ -91,6 +92,10 @@ constexpr Row kRows[] = {
 };
 
 constexpr std::size_t kRowCount = std::size(kRows);
+// Within each kind as the maps of a record are.
+static_assert(std::is_sorted(std::begin(kRows), std::end(kRows), [](const Row& one, const Row& other) {
+  return one.kind != other.kind ? one.kind < other.kind : one.path < other.path;
+}));
 constexpr Row kUnlisted = {"", kString};
 
 // The program's one map of paths.
@@ -145,8 +150,8 @@ bool ReadFloat(std::string_view text, float& value) {
   return !failed;
 }
 
-// The numbers of one line, by their rows; of two for one path the last counts. So the maps are filled in their own
-// order, and no field has to look for its place.
+// The numbers of one line, by their rows; of two for one path the last counts. The maps are brought up to date in one
+// walk: no field looks for its place, and one that was in the line before allocates nothing.
 class Numbers {
  public:
   void Read(const Row& row, std::string_view text) {
@@ -157,15 +162,9 @@ class Numbers {
       if (int32_t integer = 0; ReadInteger(text, integer)) value = {true, 0, integer};
     }
   }
-  void Fill(SoilData& data) const {
-    for (std::size_t row = 0; row < kRowCount; ++row) {
-      const Value& value = _values[row];
-      if (!value.present) continue;
-      if (kRows[row].kind == kFloat)
-        data.floats.emplace_hint(data.floats.end(), kRows[row].path, value.real);
-      else
-        data.longs.emplace_hint(data.longs.end(), kRows[row].path, value.integer);
-    }
+  void Update(SoilData& data) const {
+    _Update(kFloat, &Value::real, data.floats);
+    _Update(kLong, &Value::integer, data.longs);
   }
 
  private:
@@ -174,6 +173,20 @@ class Numbers {
     float real;
     int32_t integer;
   };
+  // Whatever the map holds.
+  template <class Number, class Map>
+  void _Update(Kind kind, Number Value::*number, Map& map) const {
+    auto at = map.begin();
+    for (std::size_t row = 0; row < kRowCount; ++row) {
+      if (kRows[row].kind != kind || !_values[row].present) continue;
+      const std::string_view path = kRows[row].path;
+      while (at != map.end() && at->first < path) at = map.erase(at);
+      if (at == map.end() || at->first != path) at = map.emplace_hint(at, path, 0);
+      (at++)->second = _values[row].*number;
+    }
+    map.erase(at, map.end());
+  }
+
   Value _values[kRowCount] = {};
 };
 
@@ -285,8 +298,9 @@ void SoilDevice::HeadGotLine(std::string line) {
   if (_verbose) std::cout << "Soil Rx: " << line << '\n';  // a blank line follows, as the line has its own end
   if (_listener == nullptr || line.empty() || line[0] != '<') return;
 
-  SoilData data;
-  _Dispatch(_ReadLine(std::move(line), data), data);
+  // That of the last line, unless this call comes out of its callback. It outlives the device if need be.
+  const std::shared_ptr<SoilData> data = _data.use_count() == 1 ? _data : std::make_shared<SoilData>();
+  _Dispatch(_ReadLine(std::move(line), *data), *data);
 }
 
 int SoilDevice::_ReadLine(std::string line, SoilData& data) {
@@ -295,6 +309,7 @@ int SoilDevice::_ReadLine(std::string line, SoilData& data) {
   _XPath path;
   Numbers numbers;
   data.time = _lastTime;
+  data.strings.clear();
   Kind line_kind = kString;  // of the outermost element that is listed
   for (;;) {
     const auto token = parser.GetNextToken();
@@ -305,7 +320,7 @@ int SoilDevice::_ReadLine(std::string line, SoilData& data) {
     } else if (token == XMLParser::END_ELEMENT) {
       path.Pop(text);
     } else if (token == XMLParser::END_DOC || token == XMLParser::ERROR) {
-      numbers.Fill(data);
+      numbers.Update(data);
       return line_kind;
     } else if (token == XMLParser::STRING) {
       const Row& row = RowOf(path.Text());

@@ -18,6 +18,7 @@
 #include <ctime>
 #include <iosfwd>
 #include <map>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -82,5 +83,6 @@ class SoilDevice : public Head::Listener {
   Head _head;
   Listener* _listener = nullptr;
   time_t _lastTime = 0;
+  const std::shared_ptr<SoilData> _data = std::make_shared<SoilData>();  // of the last line, for its storage
   const bool _verbose;
 };
