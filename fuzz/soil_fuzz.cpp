@@ -274,6 +274,7 @@ void CheckObservationFile(Manager& manager, std::string content) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if (size == 0) return 0;
+  setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 1);
   const std::string bytes(reinterpret_cast<const char*>(data) + 1, size - 1);
   static Manager manager;
   if (data[0] % 8 == 0) {
