@@ -57,7 +57,8 @@ void FillDirectory(const std::string& path) {
     char name[64];
     std::snprintf(name, sizeof name, "/station-2024-%02d-%02dT%02d%02d00.zip", 1 + i / 44'640, 1 + i / 1'440 % 31,
                   i / 60 % 24, i % 60);
-    const timespec time{1'704'067'200 + 60 * (i * int64_t{7'919} % kFiles), 0}, times[] = {time, time};
+    const auto age = static_cast<time_t>(1'704'067'200 + 60 * (i * int64_t{7'919} % kFiles));
+    const timespec times[] = {{age, 0}, {age, 0}};
     mknod((path + name).c_str(), S_IFREG | 0600, 0);
     utimensat(AT_FDCWD, (path + name).c_str(), times, 0);
   }
