@@ -19,18 +19,16 @@
 #include "daqm/daqm.h"
 
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <string>
 
 #include "emulators/daqmbus.h"
 #include "examples/commandline.h"
+#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
 #include "logging/daqmlogfile.h"
-#include "runtime/errnoexcept.h"
 #include "tests/support/own_host.h"
 
 namespace {
@@ -130,24 +128,6 @@ class Station : public DAQM::Listener {
   int _rows = 0, _backup_rows = 0, _live_rows = 0, _opened = 0;
 };
 
-// Goes with all that is in it.
-class ScratchDirectory {
- public:
-  ScratchDirectory() : _path(std::filesystem::temp_directory_path() / "moorlog-daqm-XXXXXX") {
-    if (mkdtemp(_path.data()) == nullptr) throw ErrnoError("Unable to make " + _path);
-  }
-  ScratchDirectory(const ScratchDirectory&) = delete;
-  ScratchDirectory& operator=(const ScratchDirectory&) = delete;
-  ~ScratchDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(_path, ignored);
-  }
-  const std::string& Path() const { return _path; }
-
- private:
-  std::string _path;
-};
-
 // In the place of port 1.
 class Demonstration {
  public:
@@ -180,7 +160,7 @@ int main(int argc, char** argv) try {
     demonstration.emplace(options.trouble);
     options.port = 1;
   }
-  if (options.directory.empty()) options.directory = scratch.emplace().Path();
+  if (options.directory.empty()) options.directory = scratch.emplace("moorlog-daqm").Path();
   Station station(options.directory, options.verbose);
   station.Session().Connect(static_cast<unsigned>(options.port));
   if (options.live) station.Session().StartLiveData();

@@ -17,6 +17,7 @@ void WorkAs(const std::string& user) {
   if (!IsRootsProcess()) return;
   const passwd* const entry = getpwnam(user.c_str());
   if (entry == nullptr) throw std::runtime_error("There is no user '" + user + "'");
+  if (entry->pw_uid == geteuid()) return;
   if (initgroups(user.c_str(), entry->pw_gid) != 0 || setegid(entry->pw_gid) != 0 || seteuid(entry->pw_uid) != 0)
     ThrowErrno("Unable to work as ", user);
 }

@@ -13,8 +13,8 @@
 // Whether root's rights can be had at all.
 bool IsRootsProcess();
 
-// Takes the user's identity and groups as effective ones. Nothing for a process that isn't root's. Throws
-// std::runtime_error for a user that there isn't, ErrnoError where the system refuses.
+// Takes the user's identity and groups as effective ones. Nothing for a process that isn't root's, or is that user's
+// already. Throws std::runtime_error for a user that there isn't, ErrnoError where the system refuses.
 void WorkAs(const std::string& user);
 
 // Puts the effective user back at the end of a scope, for parts that may leave it raised.
