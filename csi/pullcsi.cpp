@@ -21,6 +21,7 @@
 #include "json/statefile.h"
 #include "runtime/datachecksum.h"
 #include "runtime/filesystem.h"
+#include "runtime/localtime.h"
 #include "runtime/numbertext.h"
 #include "runtime/str_util.h"
 
@@ -196,10 +197,7 @@ void PullCSI::_Append(std::string path) {
 
 // A clock that waits to be set is set to the time of the step that gets through.
 void PullCSI::_Sync() {
-  const time_t now = time(nullptr);
-  tzset();
-  tm local{};
-  localtime_r(&now, &local);
+  const tm local = LocalTime(time(nullptr));
   char moment[64];
   strftime(moment, sizeof moment, "%Y-%m-%dT%H:%M:%S.000", &local);
   const std::string set_clock = kSetClock.With(moment);

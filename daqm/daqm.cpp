@@ -13,6 +13,7 @@
 #include <set>
 
 #include "daqm/jsonmembers.h"
+#include "runtime/localtime.h"
 #include "runtime/str_util.h"
 #include "runtime/superuser.h"
 
@@ -44,13 +45,6 @@ constexpr const char* kStopLive = "{\"all\":{\"livedata\":0}}";
 
 std::string SetTime(long seconds, long offset) {
   return "{\"all\":{\"time\":{\"sec\":" + std::to_string(seconds) + ",\"offset\":" + std::to_string(offset) + "}}}";
-}
-
-// Seconds that local time is ahead of UTC (east), by the zone in force now.
-long ZoneOffset(time_t moment) {
-  tzset();
-  tm local{};
-  return localtime_r(&moment, &local) != nullptr ? local.tm_gmtoff : 0;
 }
 
 bool FarApart(long first, long second) {
@@ -198,7 +192,7 @@ bool DAQM::_NeedToSync(long seconds) const {
 void DAQM::SyncToGPSTime(long seconds) {
   if (seconds < 1) return;
   if (!_need_sync && !_NeedToSync(seconds)) return;
-  _Send(SetTime(seconds, ZoneOffset(seconds)));
+  _Send(SetTime(seconds, LocalTime(seconds).tm_gmtoff));
   _SendTo("0", kQueryTime);
   std::cout << "Setting DAQM time from GPS: " << seconds << " (was: " << _daqm_time << ")" << std::endl;
   _need_sync = false;
@@ -422,7 +416,7 @@ void DAQM::HandleTime(const std::string& id, const Json::Value& json) {
     if (!IsActive()) SetTimeout(kTick);
   }
   // Module 0's own time has just become ours.
-  if (_NeedToSync(sec) || offset != ZoneOffset(sec)) _need_sync = true;
+  if (_NeedToSync(sec) || offset != LocalTime(sec).tm_gmtoff) _need_sync = true;
 }
 
 void DAQM::HandlePowerOff() {

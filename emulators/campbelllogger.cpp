@@ -4,6 +4,8 @@
 #include <cstdio>
 #include <utility>
 
+#include "runtime/localtime.h"
+
 namespace {
 
 constexpr size_t kChunk = 100;
@@ -13,10 +15,7 @@ constexpr const char* kHTML = "text/html; charset=utf-8";
 // Local time as if it were that of Greenwich.
 time_t LocalClock() {
   const time_t now = time(nullptr);
-  tzset();
-  tm local{};
-  localtime_r(&now, &local);
-  return now + local.tm_gmtoff;
+  return now + LocalTime(now).tm_gmtoff;
 }
 
 // Up to the next "&".

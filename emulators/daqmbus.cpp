@@ -3,8 +3,9 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <ctime>
 #include <utility>
+
+#include "runtime/localtime.h"
 
 namespace {
 
@@ -15,12 +16,6 @@ constexpr int kSilence = 300;   // seconds
 constexpr int kLateness = 120;  // seconds
 constexpr size_t kTail = 9;     // bytes of sum and line feed
 constexpr size_t kMostCommands = 1'000;
-
-long Zone(time_t moment) {
-  tm local{};
-  localtime_r(&moment, &local);
-  return local.tm_gmtoff;
-}
 
 // The whole number behind a text; 0 without the text.
 long NumberBehind(const std::string& text, const char* name) {
@@ -89,7 +84,8 @@ void DAQMBus::_ObeyModule(size_t number, const std::string& order) {
   const time_t clock = time(nullptr) + module.ahead;
   if (order == ":\"identify\"}") Say(head + "\"identify\"}");
   if (order == ":\"querytime\"}")
-    Say(head + "{\"time\":{\"sec\":" + std::to_string(clock) + ",\"offset\":" + std::to_string(Zone(clock)) + "}}}");
+    Say(head + "{\"time\":{\"sec\":" + std::to_string(clock) +
+        ",\"offset\":" + std::to_string(LocalTime(clock).tm_gmtoff) + "}}}");
   if (order == ":\"queryserial\"}") Say(head + "{\"serial\":\"DA-" + std::to_string(100 + number) + "\"}}");
   if (order == ":\"queryswversion\"}") Say(head + "{\"swversion\":\"2." + std::to_string(number / 3) + "\"}}");
   if (order == ":\"querydatainfo\"}") {

@@ -5,6 +5,8 @@
 #include <cstdlib>
 #include <string_view>
 
+#include "runtime/localtime.h"
+
 namespace {
 
 constexpr int kSecond = 1'000;  // milliseconds
@@ -20,8 +22,7 @@ std::string Value(const std::string& command, const std::string& tag) {
 }
 
 tm Broken(time_t moment) {
-  tm parts{};
-  localtime_r(&moment, &parts);
+  tm parts = LocalTime(moment);
   parts.tm_isdst = -1;
   return parts;
 }

@@ -4,19 +4,12 @@
 
 #include "runtime/datachecksum.h"
 #include "runtime/filesystem.h"
+#include "runtime/localtime.h"
 #include "runtime/numbertext.h"
 
 namespace {
 
 constexpr long kClockIsSet = 1'000'000'000;  // seconds since 1970
-
-// All zero where the calendar doesn't reach.
-tm Local(time_t moment) {
-  tm local{};
-  tzset();
-  localtime_r(&moment, &local);
-  return local;
-}
 
 std::string Date(const tm& local) {
   std::string text;
@@ -65,7 +58,7 @@ std::string DAQMLogFile::_WriteData(const std::string& word, bool date, long tim
   AppendInteger((line += word) += '\t', time);
   line += "\t0\t";
   if (date) {
-    const tm local = Local(time);
+    const tm local = LocalTime(time);
     ((line += Date(local)) += '\t').append(TimeOfDay(local, ":")) += '\t';
   }
   line += values;
@@ -88,7 +81,7 @@ void DAQMLogFile::SetData(long time, const std::vector<double>& values) {
 
 bool DAQMLogFile::LogData() try {
   if (_time < kClockIsSet) return false;
-  const tm local = Local(_time);
+  const tm local = LocalTime(_time);
   if (local.tm_yday != _yday) {
     _yday = local.tm_yday;
     _file.close();

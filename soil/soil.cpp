@@ -11,6 +11,7 @@
 
 #include "json/statefile.h"
 #include "net/net_util.h"
+#include "runtime/localtime.h"
 
 namespace {
 
@@ -42,12 +43,6 @@ std::string StringOf(const SoilData& data, const char* path) {
 int LongOf(const SoilData& data, const char* path) {
   const auto found = data.longs.find(path);
   return found == data.longs.end() ? 0 : static_cast<int>(found->second);
-}
-
-tm Local(time_t moment) {
-  tm local{};
-  localtime_r(&moment, &local);
-  return local;
 }
 
 std::string Formatted(const tm& moment, const char* format) {
@@ -123,8 +118,8 @@ void Soil::GotSoilClosed() {
 
 void Soil::HandleTimeout() {
   const time_t now = time(nullptr);
-  const tm local = Local(now);
-  if (!_syncPending && _lastPoll > 0 && Local(_lastPoll).tm_mday != local.tm_mday) {
+  const tm local = LocalTime(now);
+  if (!_syncPending && _lastPoll > 0 && LocalTime(_lastPoll).tm_mday != local.tm_mday) {
     _TriggerDailySync();
     return;
   }

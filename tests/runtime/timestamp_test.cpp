@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include <limits>
+
+#include "runtime/localtime.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/virtual_time.h"
@@ -16,8 +19,12 @@ TEST(Timestamp, KeepsTheZoneOfItsFirstUse) {
     time.AdvanceNanoseconds(250'000'000);
     Timestamp t(1000000);
     setenv("TZ", "ABC-3:30", 1);
+    EXPECT_EQ(12'600, LocalTime(0).tm_gmtoff);
     t.convert_utc_to_local();
     setenv("TZ", "LATE7", 1);
+    EXPECT_EQ(17, LocalTime(0).tm_hour) << "the day before";
+    EXPECT_EQ(sizeof(time_t) > 4 ? 0 : 14, LocalTime(std::numeric_limits<time_t>::max()).tm_min)
+        << "beyond the calendar";
     EXPECT_TRUE(t.get() == 1012600 && Timestamp::local_timezone_name() == "ABC");
     t.convert_local_to_utc();
     EXPECT_EQ(1000000, t.get());
