@@ -17,7 +17,7 @@ function(moorlog_pkgconfig name requires flags)
   install(FILES "${CMAKE_CURRENT_BINARY_DIR}/${name}.pc" DESTINATION ${pkgconfig_dir})
 endfunction()
 
-set(targets moorlog)
+set(targets moorlog moorlog-station moorlog-verify)
 foreach(component IN LISTS components)
   get_property(folder GLOBAL PROPERTY MOORLOG_FOLDER_${component})
   get_property(links GLOBAL PROPERTY MOORLOG_LINKS_${component})

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "net/net_util.h"
+#include "runtime/runprogram.h"
 #include "runtime/superuser.h"
 #include "station/rights.h"
 
@@ -17,8 +17,10 @@ std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
   if (clock.ptp.has_changed()) _Try(clock.ptp, [&] { _StartPTP(clock.ptp.get()); });
   if (network.name.has_changed()) {
     _Try(network.name, [&] {
+      // hostnamed keeps it across a restart, and needs no right of ours to administer the system.
       const SuperUser rights;
-      if (!SetHostname(network.name.get())) throw std::runtime_error("the system refuses the name");
+      if (RunProgram("/usr/bin/hostnamectl set-hostname -- \"" + network.name.get() + '"') != 0)
+        throw std::runtime_error("the system refuses the name");
     });
   }
   for (const Configurable* item : std::initializer_list<const Configurable*>{
