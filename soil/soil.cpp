@@ -64,7 +64,7 @@ bool ReadLine(std::istream& in, std::string& line) {
 }
 
 int Less(int value, int by) {
-  return value < std::numeric_limits<int>::min() + by ? value : value - by;
+  return std::max(value, std::numeric_limits<int>::min() + by) - by;
 }
 
 }  // namespace

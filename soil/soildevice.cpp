@@ -4,6 +4,7 @@
 #include <iostream>
 #include <iterator>
 #include <locale>
+#include <optional>
 #include <sstream>
 #include <string_view>
 #include <unordered_map>
@@ -136,18 +137,18 @@ std::string_view WithoutBlanks(std::string_view text) {
   return start == text.npos ? std::string_view() : text.substr(start);
 }
 
-bool ReadInteger(std::string_view text, int32_t& value) {
+std::optional<int32_t> ReadInteger(std::string_view text) {
   text = WithoutBlanks(text);
   bool failed = false;
-  value = TakeInteger(text, failed);
-  return !failed;
+  const int32_t value = TakeInteger(text, failed);
+  return failed ? std::nullopt : std::optional(value);
 }
 
-bool ReadFloat(std::string_view text, float& value) {
+std::optional<float> ReadFloat(std::string_view text) {
   text = WithoutBlanks(text);
   bool failed = false;
-  value = TakeFloat(text, failed);
-  return !failed;
+  const float value = TakeFloat(text, failed);
+  return failed ? std::nullopt : std::optional(value);
 }
 
 // The numbers of one line, by their rows; of two for one path the last counts. The maps are brought up to date in one
@@ -157,9 +158,9 @@ class Numbers {
   void Read(const Row& row, std::string_view text) {
     Value& value = _values[&row - kRows];
     if (row.kind == kFloat) {
-      if (float real = 0; ReadFloat(text, real)) value = {true, real, 0};
+      if (const auto real = ReadFloat(text)) value = {true, *real, 0};
     } else {
-      if (int32_t integer = 0; ReadInteger(text, integer)) value = {true, 0, integer};
+      if (const auto integer = ReadInteger(text)) value = {true, 0, *integer};
     }
   }
   void Update(SoilData& data) const {
@@ -192,8 +193,7 @@ class Numbers {
 
 // A date and a time by position, without separators: YYYYMMDDHHMMSS.
 int _ReadIntFromString(std::string_view text, std::size_t position, std::size_t length) {
-  int32_t value = 0;
-  return text.size() >= position + length && ReadInteger(text.substr(position, length), value) ? value : 0;
+  return text.size() >= position + length ? ReadInteger(text.substr(position, length)).value_or(0) : 0;
 }
 
 time_t TimeOf(std::string_view text) {
