@@ -231,21 +231,26 @@ struct Server {
     door.Bind(address);
     door.Listen(64);
   }
-  // Takes `count` connections in all; the last one is the peer.
-  void Accept(int count) {
-    for (; accepted < count; ++accepted) {
-      Await(door.Fileno());
-      Read();
-      peer = door.Accept(nullptr);
-      pending.clear();
-      Set(TCP_NODELAY);
-    }
+  // The next connection; it is the peer from now on.
+  void Accept() {
+    Finish();
+    Await(door.Fileno());
+    peer = door.Accept(nullptr);
+    ++accepted;
+    pending.clear();
+    Set(TCP_NODELAY);
   }
   void Read() {
     char data[4096];
     for (ssize_t size; peer.IsOpen() && (size = recv(peer.Fileno(), data, sizeof data, MSG_DONTWAIT)) > 0;)
       got.append(data, static_cast<size_t>(size));
     if (peer.IsOpen()) Set(TCP_QUICKACK);
+  }
+  // The link has left the last connection; what it sent before may still be under way.
+  void Finish() {
+    char next;
+    for (Read(); peer.IsOpen() && recv(peer.Fileno(), &next, 1, MSG_DONTWAIT | MSG_PEEK) < 0 && errno == EAGAIN; Read())
+      Await(peer.Fileno());
   }
   // Sends all that is pending as one: the system holds back what comes after some ten small pieces until the first are
   // acknowledged, and the link would read them in two goes.
@@ -284,7 +289,12 @@ class Walk : public Head::Listener {
     _Settle();
   }
 
-  void HeadOpened() override { _Note("opened"); }
+  // The system ends the handshake on a busy machine later than the link can be told to leave.
+  void HeadOpened() override {
+    const size_t server = _head->ConnectedTo() == kTargets[0] ? 0 : 1;
+    if (_model.listening[server]) _servers[server].Accept();
+    _Note("opened");
+  }
   void HeadClosed() override { _Note("closed"); }
   void HeadConnected(std::string to) override { _Note("connected " + to); }
   void HeadGotLine(std::string line) override { _Note("line " + line); }
@@ -357,25 +367,21 @@ class Walk : public Head::Listener {
       case 7:
       case 8:
         if (!linked) return;
-        _servers[server].Accept(_model.accepted[server]);
         _servers[server].pending += kTexts[detail % kTexts.size()];
         _model.input += kTexts[detail % kTexts.size()];
         return;
       case 9:
         if (!linked) return;
-        _servers[server].Accept(_model.accepted[server]);
         _servers[server].Flush();
         _servers[server].peer.Shutdown(Socket::ShutdownWrite);
         _model.ended = true;
         return;
       case 14:
         if (!linked) return;
-        _servers[server].Accept(_model.accepted[server]);
         _servers[server].Reset();
         _model.reset = true;
         return;
       case 10:
-        for (size_t i : {0, 1}) _servers[i].Accept(_model.accepted[i]);
         _model.listening[detail & 1] = detail < 12;
         return _servers[detail & 1].Listen(detail < 12);
       case 11:
@@ -406,11 +412,9 @@ class Walk : public Head::Listener {
   }
 
   bool _Same() {
-    for (size_t i : {0, 1}) {
-      _servers[i].Accept(_model.accepted[i]);
-      _servers[i].Read();
-    }
-    return _events == _model.events && _servers[0].got == _model.sent[0] && _servers[1].got == _model.sent[1];
+    for (Server& server : _servers) server.Read();
+    return _servers[0].accepted == _model.accepted[0] && _servers[1].accepted == _model.accepted[1] &&
+           _events == _model.events && _servers[0].got == _model.sent[0] && _servers[1].got == _model.sent[1];
   }
 
   void _Compare() {
