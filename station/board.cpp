@@ -8,6 +8,12 @@
 #include "runtime/superuser.h"
 #include "station/rights.h"
 
+std::vector<std::string> Board::Start(const ConfigMoorlog& document) {
+  const ConfigCfgClockPTP& ptp = document.cfg.clock.ptp;
+  if (ptp.get() != 0) _Try(ptp, [&] { _StartPTP(ptp.get()); });
+  return std::exchange(_errors, {});
+}
+
 std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
   const ConfigCfgClock& clock = document.cfg.clock;
   const ConfigCfgNetwork& network = document.cfg.network;
@@ -24,8 +30,9 @@ std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
     });
   }
   for (const Configurable* item : std::initializer_list<const Configurable*>{
-           &network.configuration, &network.ipaddress, &network.netmask, &network.gateway, &document.output.dataclock,
-           &document.cfg.logger.moorcloudaddress, &document.cfg.logger.moorcloudapikey}) {
+           &network.configuration, &network.ipaddress, &network.netmask, &network.gateway, &document.output.status,
+           &document.output.dataclock, &document.ipaddress, &document.cfg.logger.moorcloudaddress,
+           &document.cfg.logger.moorcloudapikey}) {
     if (item->has_changed()) _errors.push_back(item->get_name() + ": kept, and nothing is changed by it on this board");
   }
   return std::exchange(_errors, {});

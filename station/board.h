@@ -20,6 +20,9 @@ class Board {
   // `clock` isn't owned and outlives this.
   explicit Board(LinuxClock& clock) : _clock(clock) {}
 
+  // What doesn't outlive a start of the system: a part in the time protocol that was chosen. Returns what went wrong.
+  std::vector<std::string> Start(const ConfigMoorlog& document);
+
   // Looks at the marks of change, and returns what went wrong.
   std::vector<std::string> Apply(const ConfigMoorlog& document);
 

@@ -1,6 +1,7 @@
 #include "station/gps.h"
 
 #include <stdexcept>
+#include <utility>
 
 #include "station/dataline.h"
 
@@ -11,12 +12,14 @@ constexpr int64_t kPulsePatience = 10'000'000'000;  // nanoseconds
 
 }  // namespace
 
-StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock& clock)
+StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock& clock,
+                       std::function<void(const TimeVal&)> fixed)
     : _path(settings.gps.device),
       _pulse_path(settings.gps.pulse),
       _verbose(settings.verbose),
       _record(settings.gps.record),
       _clock(clock),
+      _fixed(std::move(fixed)),
       _files(disk, settings.name + "-gps", settings.disk.split),
       _port([this](std::optional<GPSDevice>& device) {
         device.emplace(_path, _type, _verbose, false);
@@ -58,6 +61,7 @@ void StationGPS::GotGPSData(const GPSData& data) {
 void StationGPS::GotGPSTime(const TimeVal& time) {
   _fix = true;
   _clock.GotFix(time);
+  _fixed(time);
 }
 
 void StationGPS::GotPPS(const TimeVal& time) {

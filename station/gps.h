@@ -3,6 +3,7 @@
 
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -15,8 +16,9 @@
 
 class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDevice::Listener {
  public:
-  // The last two outlive this.
-  StationGPS(const Settings& settings, const Disk& disk, StationClock& clock);
+  // Disk and clock outlive this. `fixed` is called with each moment of the receiver, after the clock.
+  StationGPS(const Settings& settings, const Disk& disk, StationClock& clock,
+             std::function<void(const TimeVal&)> fixed);
 
   bool IsConnected() const override { return _port.IsOpen(); }
   void Apply(const ConfigMoorlog& document) override;
@@ -39,6 +41,7 @@ class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDe
   const std::string _path, _pulse_path;
   const bool _verbose, _record;
   StationClock& _clock;
+  const std::function<void(const TimeVal&)> _fixed;
   RecordFiles _files;
   int _type = -1;
   SerialPort<GPSDevice> _port;

@@ -1,14 +1,51 @@
 #include "station/recordfiles.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <ctime>
 #include <filesystem>
+#include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
-RecordFiles::RecordFiles(const Disk& disk, std::string name, int split) : _disk(disk), _name(std::move(name)) {
+#include "runtime/streamfile.h"
+
+namespace {
+
+std::string WithoutPart(const std::string& path) {
+  return path.substr(0, path.rfind('.'));
+}
+
+// A file without a whole line goes.
+void CutBehindLastLine(const std::string& path) {
+  try {
+    StreamFile file(path, O_RDWR | O_CLOEXEC);
+    char block[4096];
+    for (off_t end = lseek(file.Fileno(), 0, SEEK_END); end > 0;) {
+      const off_t begin = std::max<off_t>(end - off_t{sizeof block}, 0);
+      const ssize_t size = pread(file.Fileno(), block, static_cast<size_t>(end - begin), begin);
+      if (size <= 0) return;
+      const size_t line = std::string_view(block, static_cast<size_t>(size)).rfind('\n');
+      if (line != std::string_view::npos) {
+        [[maybe_unused]] const int result = ftruncate(file.Fileno(), begin + static_cast<off_t>(line) + 1);
+        return;
+      }
+      end = begin;
+    }
+    unlink(path.c_str());
+  } catch (const std::exception&) {  // it has gone with its disk
+  }
+}
+
+}  // namespace
+
+RecordFiles::RecordFiles(const Disk& disk, std::string name, int split)
+    : _disk(disk), _name(std::move(name)), _split(split) {
   _logger.SetHostname(_name);
   _SetTime();
-  _logger.SetSplitSeconds(split);
   LookAtDisk();
 }
 
@@ -21,20 +58,31 @@ void RecordFiles::SetHeader(const std::string& line) {
 void RecordFiles::Write(const std::string& line) {
   if (_stopped) return;
   _SetTime();
-  LookAtDisk();
-  if (_there) _logger.WriteDATA(line, _now);
-  ++(_there && _logger.USBState() == Logger::StateLogging ? _written : _lost);
+  _FollowDisk();
+  if (!_there) {
+    ++_lost;
+    return;
+  }
+  if (_file.empty() || _now / _split > _period) _NameNextFile();
+  _logger.WriteDATA(line, static_cast<long>(_now));
+  const int state = _logger.USBState();
+  if (state == Logger::StateNotLogging) _file.clear();  // it can't be opened
+  ++(state == Logger::StateLogging ? _written : _lost);
 }
 
 void RecordFiles::LookAtDisk() {
-  if (_disk.IsThere() != _there) {
-    _there = !_there;
-    if (_there) _FinishLeftovers();
-    _logger.SetMountPath(_there ? _disk.Path() : "");
-    if (!_there) _EndFile();
-  } else if (_there && _logger.USBState() == Logger::StateError) {
-    _EndFile();
-  }
+  _FollowDisk();
+  if (!_there) return;
+  if (_logger.USBState() == Logger::StateError) _EndFile();
+  if (_left) _FinishLeftovers();
+}
+
+void RecordFiles::_FollowDisk() {
+  if (_disk.IsThere() == _there) return;
+  _there = !_there;
+  if (_there) _FinishLeftovers();
+  _logger.SetMountPath(_there ? _disk.Path() : "");
+  if (!_there) _EndFile();
 }
 
 void RecordFiles::Start() {
@@ -43,43 +91,73 @@ void RecordFiles::Start() {
 }
 
 void RecordFiles::Stop() {
+  _EndFile();
   _stopped = true;
   _logger.StopLogging();
 }
 
 void RecordFiles::_EndFile() {
+  const std::string file = std::exchange(_file, "");
+  const bool failed = _logger.USBState() == Logger::StateError;
   _logger.StopLogging();
   if (!_stopped) _logger.StartLogging();
+  if (!failed || file.empty()) return;
+  CutBehindLastLine(WithoutPart(file));
+  _left = true;
 }
 
 void RecordFiles::_SetTime() {
-  const time_t now = time(nullptr);
-  if (now == _now) return;
-  _now = now;
-  tm parts;
-  char date[16], clock[16];
-  gmtime_r(&now, &parts);
-  strftime(date, sizeof date, "%Y-%m-%d", &parts);
-  strftime(clock, sizeof clock, "%H:%M:%S", &parts);
-  _logger.SetSeconds(now);
-  _logger.SetDateTime(date, clock);
+  timespec time;
+  clock_gettime(CLOCK_REALTIME, &time);
+  const int64_t moment = time.tv_sec * int64_t{1'000'000'000} + time.tv_nsec;
+  const bool back = std::exchange(_moment, moment) > moment;
+  if (back) _EndFile();
+  const bool first = _now == 0;
+  _now = time.tv_sec;
+  _logger.SetSeconds(time.tv_sec);
+  if (!first && !back) return;
+  _logger.SetSplitSeconds(_split);
+  _period = _now / _split;
 }
 
-void RecordFiles::_FinishLeftovers() const {
-  namespace fs = std::filesystem;
-  std::error_code ignored;  // the disk may go at any moment
-  std::vector<fs::path> parts;
-  for (fs::directory_iterator entry(_disk.Path(), ignored), end; entry != end; entry.increment(ignored)) {
-    const std::string name = entry->path().filename();
-    if (name.starts_with(_name + '-') && name.ends_with(".txt.part")) parts.push_back(entry->path());
+void RecordFiles::_NameNextFile() {
+  _period = _now / _split;
+  std::error_code ignored;
+  for (time_t moment = static_cast<time_t>(_now);; ++moment) {
+    tm parts;
+    char date[16], clock[16], text[32];
+    gmtime_r(&moment, &parts);
+    strftime(date, sizeof date, "%Y-%m-%d", &parts);
+    strftime(clock, sizeof clock, "%H:%M:%S", &parts);
+    strftime(text, sizeof text, "-%Y-%m-%dT%H%M%S", &parts);
+    const std::string base = _disk.Path() + '/' + _name + text;
+    const auto taken = [&](const char* ending) { return std::filesystem::exists(base + ending, ignored); };
+    if (taken(".txt.part") || taken(".txt") || taken(".zip")) continue;
+    _logger.SetDateTime(date, clock);
+    _file = base + ".txt.part";
+    return;
   }
+}
+
+// Not the one that is open.
+void RecordFiles::_FinishLeftovers() {
+  namespace fs = std::filesystem;
+  std::error_code error;  // the disk may go at any moment
+  std::vector<fs::path> parts;
+  for (fs::directory_iterator entry(_disk.Path(), error), end; entry != end; entry.increment(error)) {
+    const std::string name = entry->path().filename();
+    if (name.starts_with(_name + '-') && name.ends_with(".txt.part") && entry->path() != _file)
+      parts.push_back(entry->path());
+  }
+  _left = false;
   for (const fs::path& part : parts) {
     fs::path text = part;
     text.replace_extension();
-    while (fs::exists(text, ignored)) text.replace_filename(text.stem().string() + "-2.txt");
-    if (fs::file_size(part, ignored) == 0)
-      fs::remove(part, ignored);
+    while (fs::exists(text, error)) text.replace_filename(text.stem().string() + "-2.txt");
+    if (fs::file_size(part, error) == 0)
+      fs::remove(part, error);
     else
-      fs::rename(part, text, ignored);
+      fs::rename(part, text, error);
+    _left = _left || error;
   }
 }

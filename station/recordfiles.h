@@ -3,9 +3,12 @@
 //
 // Nothing is written while the disk isn't there: lines are counted as lost then, and never land on the board's own
 // disk. What a kill or a power cut has left under its working name is finished when the disk is found: renamed, so that
-// it is packed off or reclaimed like others, or deleted where it is empty.
+// it is packed off or reclaimed like others, or deleted where it is empty. A file that a write has failed in is cut
+// behind its last whole line.
 //
-// Names and heads of files, and the moments when they end, go by the system's clock in UTC.
+// Names and heads of files, and the moments when they end, go by the system's clock in UTC. Where that goes back, the
+// file ends, so that times in one file only go on; and no file gets the name of another one that is there: it is called
+// after the next second that is free.
 //
 // Thread: the poll loop's. Nothing here throws for the disk's sake.
 
@@ -27,29 +30,39 @@ class RecordFiles {
   void SetHeader(const std::string& line);
   void Write(const std::string& line);
 
-  // For the owner to call: when the disk comes or goes, and once a minute. A full disk ends the file, so that the next
-  // one finds the room that has been made meanwhile.
+  // For the owner to call: when the disk comes or goes, and once a minute. A failed write, as on a full disk, loses the
+  // lines until then; it ends the file, and the next one finds the room that has been made meanwhile.
   void LookAtDisk();
 
   void Start();  // it is so at first
   void Stop();   // lines are dropped from now on; the file ends
   bool IsStopped() const { return _stopped; }
 
-  // Lines since the beginning.
+  // The path of the file that is open; empty: none.
+  const std::string& File() const { return _file; }
+
+  // Lines since the beginning. Written are those that were handed to a file: the last 8 KiB of them are in memory yet.
   int64_t Written() const { return _written; }
   int64_t Lost() const { return _lost; }
 
  private:
   void _SetTime();
+  void _FollowDisk();
+  void _NameNextFile();
   void _EndFile();
-  void _FinishLeftovers() const;
+  void _FinishLeftovers();
 
   const Disk& _disk;
   const std::string _name;
+  const int _split;  // seconds
   Logger _logger{"", "UTC", false};
   std::string _header;
-  time_t _now = 0;      // of the logger's date and time
+  std::string _file;
+  int64_t _moment = 0;  // nanoseconds since 1970
+  int64_t _now = 0;     // seconds since 1970, of the logger's date and time
+  int64_t _period = 0;  // in which the logger's split time was computed last, counted from 1970
   bool _there = false;  // the disk, as the logger has it
+  bool _left = false;   // a file may stand under its working name
   bool _stopped = false;
   int64_t _written = 0;
   int64_t _lost = 0;

@@ -43,7 +43,7 @@ Station::Station(Settings settings, const ZonePlaces& places)
       _file(Checked(_settings.state) + "/moorlog.xml"),
       _analyser(_settings, _disk),
       _sonic(_settings, _disk),
-      _gps(_settings, _disk, _clock),
+      _gps(_settings, _disk, _clock, [this](const TimeVal& time) { _modules.GotFix(time.seconds); }),
       _soil(_settings, _disk),
       _modules(_settings, _disk),
       _campbell(_settings, _disk, _linux_clock, _gps),
@@ -67,6 +67,8 @@ Station::Station(Settings settings, const ZonePlaces& places)
   _document.moorlog.cfg.clock.zone.read_doctype(choices, ignored);
   _file.Load(_document);
   _document.moorlog.ver.set(MOORLOG_VERSION);
+  _document.moorlog.cfg.clock.zone.set_str(_linux_clock.CurrentZone());
+  for (const std::string& error : _board.Start(_document.moorlog)) std::cout << "ERROR: " << error << std::endl;
   _document._set_changed(false);
 
   _disk.RegisterListener(this);
@@ -176,6 +178,7 @@ std::string Station::Status() const {
     if (records.Last() != 0) line["last"] = Json::Int64{records.Last()};
     line["silent"] = row.silent > 0 && now - records.Last() > row.silent;
     if (RecordFiles* const files = row.instrument->Files(); files != nullptr) {
+      if (!files->File().empty()) line["file"] = files->File();
       line["written"] = Json::Int64{files->Written()};
       line["lost"] = Json::Int64{files->Lost()};
     }
