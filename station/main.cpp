@@ -66,44 +66,74 @@ int Check(const Settings& settings) {
   return std::cout.flush() ? 0 : 1;
 }
 
-int Run(int argc, char** argv, Settings settings, int seconds) {
-  PollProcessor& loop = PollProcessor::Instance();
-  loop.QuitOnSignal(SIGTERM);
-  loop.QuitOnSignal(SIGINT);
-  Noted reload(SIGHUP);
-  const End end(seconds);
-  Watchdog watchdog;
-  Mishaps mishaps;
-  WorkAs(settings.user);
+// The station by the settings in force, and by others when they are read again.
+class Service {
+ public:
+  Service(int argc, char** argv, Settings settings) : _argc(argc), _argv(argv), _settings(std::move(settings)) {
+    WorkAs(_settings.user);
+    _Start(_settings);
+  }
 
-  auto station = std::make_unique<Station>(settings);
-  const auto ready = [&] {
-    const std::string port = "control port " + std::to_string(station->ControlPort());
-    std::cout << "moorlog-station " << MOORLOG_VERSION << ": " << port << std::endl;
-    watchdog.Ready(port);
-  };
-  ready();
-  for (bool more = true; more && !end.IsOver();) {
-    try {
-      more = loop.Poll(-1);
-      if (!reload.Take()) continue;
-      watchdog.Reloading();
-      Settings fresh;
+  // False: the same error has come over and over.
+  bool Run(const End& end) {
+    for (bool more = true; more && !end.IsOver();) {
       try {
-        ReadSettings(argc, argv, fresh);
-        station.reset();
-        settings = fresh;
-      } catch (const SettingsError& error) {
-        std::cout << "ERROR: the settings stay as they were: " << error.what() << std::endl;
+        more = PollProcessor::Instance().Poll(-1);
+        if (_reload.Take()) _Reload();
+      } catch (const std::exception& error) {
+        if (!_mishaps.Bear(error.what())) return false;
       }
-      if (!station) station = std::make_unique<Station>(settings);
-      ready();
+    }
+    _watchdog.Stopping();
+    _station.reset();
+    return true;
+  }
+
+ private:
+  void _Start(const Settings& settings) {
+    _station = std::make_unique<Station>(settings);
+    const std::string port = "control port " + std::to_string(_station->ControlPort());
+    std::cout << "moorlog-station " << MOORLOG_VERSION << ": " << port << std::endl;
+    _watchdog.Ready(port);
+  }
+
+  // What can't be taken, or had, leaves everything as it was. Another user takes a new start.
+  void _Reload() {
+    const auto keep = [](const std::exception& error) {
+      std::cout << "ERROR: the settings stay as they were: " << error.what() << std::endl;
+    };
+    _watchdog.Reloading();
+    Settings fresh;
+    try {
+      ReadSettings(_argc, _argv, fresh);
+    } catch (const SettingsError& error) {
+      keep(error);
+      return _watchdog.Ready("settings that can't be taken");
+    }
+    _station.reset();
+    try {
+      _Start(fresh);
+      _settings = fresh;
     } catch (const std::exception& error) {
-      if (!mishaps.Bear(error.what()) || !station) return 1;
+      keep(error);
+      _Start(_settings);
     }
   }
-  watchdog.Stopping();
-  station.reset();
+
+  const int _argc;
+  char** const _argv;
+  Settings _settings;
+  Noted _reload{SIGHUP};
+  Watchdog _watchdog;
+  Mishaps _mishaps;
+  std::unique_ptr<Station> _station;
+};
+
+int Run(int argc, char** argv, const Settings& settings, int seconds) {
+  PollProcessor::Instance().QuitOnSignal(SIGTERM);
+  PollProcessor::Instance().QuitOnSignal(SIGINT);
+  const End end(seconds);
+  if (!Service(argc, argv, settings).Run(end)) return 1;
   std::cout << "moorlog-station: all files are finished" << std::endl;
   return 0;
 }
