@@ -123,7 +123,6 @@ Head::Private::Private(Listener* listener, const std::string& serviceType, int p
 void Head::Private::LetGo() {
   _listener = &nobody;
   _Close("LetGo");
-  PollTimer::UnRegister();
 }
 
 void Head::Private::Connect(std::string target) {
