@@ -11,7 +11,6 @@
 //   campbell --verbose ...       headers and documents as well
 
 #include <algorithm>
-#include <cstdlib>
 #include <filesystem>
 #include <iostream>
 #include <optional>
@@ -21,8 +20,8 @@
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
 #include "examples/commandline.h"
+#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
-#include "runtime/errnoexcept.h"
 #include "tests/support/virtual_time.h"
 
 namespace {
@@ -102,19 +101,11 @@ class Demonstration {
   static constexpr int kSeconds = 900;
 
   explicit Demonstration(const std::string& table) : _logger(table) {
-    _directory = std::filesystem::temp_directory_path() / "moorlog-campbell-XXXXXX";
-    if (mkdtemp(_directory.data()) == nullptr) throw ErrnoError("Unable to make " + _directory);
     _logger.SetClockError(-400 * 86'400);
     _change.SetTimeout(kMinute);
   }
-  Demonstration(const Demonstration&) = delete;
-  Demonstration& operator=(const Demonstration&) = delete;
-  ~Demonstration() {
-    std::error_code ignored;
-    std::filesystem::remove_all(_directory, ignored);
-  }
 
-  const std::string& Directory() const { return _directory; }
+  const std::string& Directory() const { return _directory.Path(); }
   CampbellLogger& Logger() { return _logger; }
 
  private:
@@ -138,7 +129,7 @@ class Demonstration {
   }
 
   VirtualTime _time{time(nullptr)};
-  std::string _directory;
+  const ScratchDirectory _directory{"moorlog-campbell"};
   CampbellLogger _logger;
   int _minute = 0;
   Timer _change{-1, [this] { _Change(); }};

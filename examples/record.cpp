@@ -8,7 +8,6 @@
 //
 // Finished files are packed by zip. To find an analyser by its name, an Avahi daemon has to run on this host.
 
-#include <cstdlib>
 #include <ctime>
 #include <filesystem>
 #include <iomanip>
@@ -21,9 +20,9 @@
 #include "emulators/analyser.h"
 #include "examples/commandline.h"
 #include "examples/recorder.h"
+#include "examples/scratchdirectory.h"
 #include "examples/target.h"
 #include "examples/timer.h"
-#include "runtime/errnoexcept.h"
 #include "runtime/pollprocessor.h"
 
 namespace {
@@ -64,18 +63,10 @@ Options Read(int argc, char** argv) {
 class Demonstration {
  public:
   explicit Demonstration(Options& options) {
-    _directory = fs::temp_directory_path() / "moorlog-record-XXXXXX";
-    if (mkdtemp(_directory.data()) == nullptr) throw ErrnoError("Unable to make " + _directory);
-    options.settings.directory = _directory;
+    options.settings.directory = _directory.Path();
     options.settings.split_seconds = 3;
     if (options.seconds == 0) options.seconds = 8;
     _show.SetTimeout(kSecond);
-  }
-  Demonstration(const Demonstration&) = delete;
-  Demonstration& operator=(const Demonstration&) = delete;
-  ~Demonstration() {
-    std::error_code ignored;
-    fs::remove_all(_directory, ignored);
   }
 
   const std::string& Host() const { return _analyser.Host(); }
@@ -85,7 +76,7 @@ class Demonstration {
   void _Show() {
     _show.AddTimeout(kSecond);
     _analyser.SetRate(Analyser::kFastest);  // the link has asked for 10 a second
-    for (const fs::path& path : std::set<fs::path>(fs::directory_iterator(_directory), {})) {
+    for (const fs::path& path : std::set<fs::path>(fs::directory_iterator(_directory.Path()), {})) {
       std::error_code gone;
       const auto size = fs::file_size(path, gone);
       if (!gone) std::cout << "    " << path.filename().string() << ' ' << size << " bytes\n";
@@ -93,7 +84,7 @@ class Demonstration {
     std::cout << std::endl;
   }
 
-  std::string _directory;
+  const ScratchDirectory _directory{"moorlog-record"};
   Analyser _analyser;
   Timer _show{-1, [this] { _Show(); }};
 };

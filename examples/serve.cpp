@@ -17,14 +17,13 @@
 #include <sys/stat.h>
 
 #include <algorithm>
-#include <cstdio>
-#include <filesystem>
 #include <fstream>
 #include <optional>
 #include <set>
 #include <string_view>
 
 #include "examples/commandline.h"
+#include "examples/scratchdirectory.h"
 #include "net/socketserver.h"
 #include "runtime/filesystem.h"
 #include "runtime/str_util.h"
@@ -242,24 +241,6 @@ class Reader : public SocketServerListener {
   SocketServer _server;
 };
 
-class OwnDirectory {
- public:
-  OwnDirectory() {
-    if (mkdtemp(_path.data()) == nullptr) throw std::runtime_error(_path);
-    std::ofstream(_path + "/hello.txt") << "hello\n";
-  }
-  OwnDirectory(const OwnDirectory&) = delete;
-  OwnDirectory& operator=(const OwnDirectory&) = delete;
-  ~OwnDirectory() {
-    std::error_code ignored;
-    std::filesystem::remove_all(_path, ignored);
-  }
-  const std::string& Path() const { return _path; }
-
- private:
-  std::string _path = std::filesystem::temp_directory_path() / "moorlog-serve-XXXXXX";
-};
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -273,8 +254,11 @@ int main(int argc, char** argv) {
   line.AddSeconds(seconds);
   line.Read(argc, argv);
   try {
-    std::optional<OwnDirectory> own;
-    if (directory.empty()) directory = own.emplace().Path();
+    std::optional<ScratchDirectory> own;
+    if (directory.empty()) {
+      directory = own.emplace("moorlog-serve").Path();
+      std::ofstream(directory + "/hello.txt") << "hello\n";
+    }
     const FileServer files(directory, port);
     const LineServer lines(line_port);
     std::cout << "files of " << directory << " at http://localhost:" << files.Port() << "/, lines at port "

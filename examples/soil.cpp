@@ -7,9 +7,7 @@
 //   soil --verbose ...          all that is sent and received as well
 
 #include <algorithm>
-#include <cstdlib>
 #include <ctime>
-#include <filesystem>
 #include <iostream>
 #include <optional>
 #include <sstream>
@@ -17,8 +15,8 @@
 
 #include "emulators/soilinstrument.h"
 #include "examples/commandline.h"
+#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
-#include "runtime/errnoexcept.h"
 #include "soil/soil.h"
 #include "tests/support/virtual_time.h"
 
@@ -95,19 +93,11 @@ class Display : public Soil::Listener {
 class Demonstration {
  public:
   explicit Demonstration(bool trouble) {
-    _directory = std::filesystem::temp_directory_path() / "moorlog-soil-XXXXXX";
-    if (mkdtemp(_directory.data()) == nullptr) throw ErrnoError("Unable to make " + _directory);
     _instrument.SetClockError(-4'321);
     if (trouble) _trouble.SetTimeout(kTrouble);
   }
-  Demonstration(const Demonstration&) = delete;
-  Demonstration& operator=(const Demonstration&) = delete;
-  ~Demonstration() {
-    std::error_code ignored;
-    std::filesystem::remove_all(_directory, ignored);
-  }
 
-  const std::string& Directory() const { return _directory; }
+  const std::string& Directory() const { return _directory.Path(); }
   const std::string& Host() const { return _instrument.Host(); }
   size_t Finished() const { return _instrument.Finished().size(); }
 
@@ -120,7 +110,7 @@ class Demonstration {
   }
 
   VirtualTime _time{time(nullptr)};
-  std::string _directory;
+  const ScratchDirectory _directory{"moorlog-soil"};
   SoilInstrument _instrument{"127.0.15.3", {120, 1'800, 120}};
   int _kind = 0;
   Timer _trouble{-1, [this] { _MakeTrouble(); }};
