@@ -19,3 +19,10 @@ ChildResult RunInChild(const std::function<void()>& body);
 // From now on children whose parents have ended are this process's own, to wait for. False where that can't be had, as
 // under some emulations of a board.
 bool AdoptOrphans();
+
+// Its own thread counts as a process of the user, and its _exit flushes all streams.
+#ifdef __SANITIZE_THREAD__
+constexpr bool kThreadSanitizer = true;
+#else
+constexpr bool kThreadSanitizer = false;
+#endif
