@@ -93,7 +93,7 @@ struct Sets {
   std::map<std::string, std::map<int, double>> values;
 
   static int Column(const std::string& key) {
-    return static_cast<int>(std::clamp(std::strtol(key.c_str(), nullptr, 10), -2'147'483'648L, 2'147'483'647L));
+    return static_cast<int>(std::clamp<int64_t>(std::strtol(key.c_str(), nullptr, 10), INT32_MIN, INT32_MAX));
   }
   bool Has(const std::string& id) const { return state.count(id) != 0; }
   bool All(bool (*test)(long value, long first)) const {

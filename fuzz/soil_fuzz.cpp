@@ -209,7 +209,7 @@ long TimeOf(const std::string& report) {
   const size_t column = std::find(fields[0].begin(), fields[0].end(), "Date") - fields[0].begin();
   if (column >= fields[1].size()) return 0;
   std::istringstream date(fields[1][column]);
-  long number[6];
+  int64_t number[6];
   char between;
   for (int i = 0; i < 6; ++i) {
     int value = 0;
@@ -218,8 +218,8 @@ long TimeOf(const std::string& report) {
     if (i != 2 && i != 5 && !(date >> between)) return 0;
   }
   tm when = {};
-  when.tm_year = static_cast<int>(std::max(number[0] - 1900, -2'147'483'648L));
-  when.tm_mon = static_cast<int>(std::max(number[1] - 1, -2'147'483'648L));
+  when.tm_year = static_cast<int>(std::max<int64_t>(number[0] - 1900, INT32_MIN));
+  when.tm_mon = static_cast<int>(std::max<int64_t>(number[1] - 1, INT32_MIN));
   when.tm_mday = static_cast<int>(number[2]);
   when.tm_hour = static_cast<int>(number[3]);
   when.tm_min = static_cast<int>(number[4]);
