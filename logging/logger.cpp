@@ -113,8 +113,6 @@ bool Logger::_OpenLogFile() {
   _file_base = _mount_path + '/' + _hostname + '-' + _date + 'T' + StripCharacter(_time, ':');
   const std::string part = _file_base + ".txt.part";
 
-  _file.close();
-  _file.clear();
   // What a power cut has left under this name is continued, behind a header of its own.
   _file.rdbuf()->pubsetbuf(nullptr, 0);
   _file.open(part, std::ios::out | std::ios::app | std::ios::ate);
