@@ -6,9 +6,10 @@
 
 #include "station/rights.h"
 
-StationModules::StationModules(const Settings& settings, const Disk& disk)
+StationModules::StationModules(const Settings& settings, const Disk& disk, std::function<void()> power_goes)
     : _settings(settings),
       _disk(disk),
+      _power_goes(std::move(power_goes)),
       _rows(disk.Path(), "-modules.txt"),
       _backup(disk.Path(), "-backup.txt"),
       _live(disk.Path(), "-live.txt") {}
@@ -43,8 +44,16 @@ void StationModules::_Connect() {
 }
 
 void StationModules::LookAtDisk() {
-  if (_disk.IsThere()) return;
+  if (!_disk.IsThere()) _EndFiles();
+}
+
+void StationModules::_EndFiles() {
   for (_DayFile* file : {&_rows, &_backup, &_live}) file->Close();
+}
+
+void StationModules::GotDAQMPowerOff() {
+  _EndFiles();
+  _power_goes();
 }
 
 void StationModules::Live(bool on) {

@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,8 +19,8 @@
 
 class StationModules : public Instrument, private DAQM::Listener {
  public:
-  // The disk outlives this.
-  StationModules(const Settings& settings, const Disk& disk);
+  // The disk outlives this. `power_goes` is called when the bus has told so.
+  StationModules(const Settings& settings, const Disk& disk, std::function<void()> power_goes);
 
   bool IsConnected() const override { return _connected; }
   void Apply(const ConfigMoorlog& document) override;
@@ -46,6 +47,7 @@ class StationModules : public Instrument, private DAQM::Listener {
   };
 
   void _Connect();
+  void _EndFiles();
   bool _MayWrite() const { return _settings.modules.record && _wanted && _disk.IsThere(); }
 
   void GotDAQMConnected(unsigned port) override;
@@ -59,9 +61,11 @@ class StationModules : public Instrument, private DAQM::Listener {
   void GotDAQMLiveHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) override;
   void GotDAQMLiveData(long time, const std::vector<double>& values) override;
   void GotDAQMReserved() override {}
+  void GotDAQMPowerOff() override;
 
   const Settings& _settings;
   const Disk& _disk;
+  const std::function<void()> _power_goes;
   _DayFile _rows, _backup, _live;
   unsigned _port = 0;
   bool _connected = false;

@@ -34,6 +34,9 @@ class RecordFiles {
   // lines until then; it ends the file, and the next one finds the room that has been made meanwhile.
   void LookAtDisk();
 
+  // Ends the file; the next line opens another one.
+  void Finish() { _EndFile(); }
+
   void Start();  // it is so at first
   void Stop();   // lines are dropped from now on; the file ends
   bool IsStopped() const { return _stopped; }

@@ -45,7 +45,7 @@ Station::Station(Settings settings, const ZonePlaces& places)
       _sonic(_settings, _disk),
       _gps(_settings, _disk, _clock, [this](const TimeVal& time) { _modules.GotFix(time.seconds); }),
       _soil(_settings, _disk),
-      _modules(_settings, _disk),
+      _modules(_settings, _disk, [this] { _FinishFiles(); }),
       _campbell(_settings, _disk, _linux_clock, _gps),
       _button(
           _settings, [this] { _Record(!_recording); }, [this] { _disk.Eject(); }),
@@ -134,6 +134,11 @@ void Station::_ApplyToInstruments() {
 void Station::_Record(bool on) {
   _recording = on;
   for (const _Row& row : _table) row.instrument->Record(on);
+}
+
+void Station::_FinishFiles() {
+  for (const _Row& row : _table)
+    if (row.instrument->Files() != nullptr) row.instrument->Files()->Finish();
 }
 
 void Station::DiskCame() {

@@ -5,6 +5,8 @@
 //   each ten      what can't be had is opened again, what has been silent for too long is built anew
 //   each minute   the disk is looked at, and its oldest files go where it is too full
 //
+// When the modules' bus tells that the power is about to go, all files are finished.
+//
 // Started, it is at work until it is destroyed, which finishes all files. Nothing here throws for an instrument's sake.
 //
 // Thread: the poll loop's.
@@ -62,6 +64,7 @@ class Station : private Disk::Listener, private PollTimer {
   void _ApplyToInstruments();
   void _Record(bool on);
   void _EachMinute();
+  void _FinishFiles();
   StationButton::Light _Light() const;
 
   void DiskCame() override;

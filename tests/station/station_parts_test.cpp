@@ -13,6 +13,7 @@
 #include "station/mishaps.h"
 #include "station/recordfiles.h"
 #include "station/stationclock.h"
+#include "tests/station/settable_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"

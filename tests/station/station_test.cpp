@@ -27,7 +27,6 @@ namespace {
 
 struct World {
   World() {
-    time.SetGrace(2);
     dir.Write("zones/UTC", "");
     dir.Write("disk/leftover.txt", "");
     settings.name = "bog";

@@ -20,15 +20,13 @@ namespace {
 
 constexpr int64_t kNanosPerSecond = 1'000'000'000;
 
-// How many polls in a row may pass without sleeping before each is granted kSpinStep: when nothing was ready, and when
-// something was.
-constexpr int kQuietSpins = 16, kReadySpins = 1'000;
-constexpr int64_t kSpinStep = 50'000;
+// How many polls in a row may pass without sleeping before each is granted a step, when something was ready.
+constexpr int kReadySpins = 1'000;
 
 std::atomic<VirtualTime*> current = nullptr;
 
 int Spin(VirtualTime& time, int ready) {
-  if (++time.spins > (ready == 0 ? kQuietSpins : kReadySpins)) time.monotonic += kSpinStep;
+  if (++time.spins > (ready == 0 ? time.quiet_spins : kReadySpins)) time.monotonic += time.spin_step;
   return ready;
 }
 
@@ -81,7 +79,7 @@ int __wrap_clock_gettime(clockid_t clock, timespec* now) {
   const VirtualTime* const time = current;
   const bool wall = clock == CLOCK_REALTIME;
   if (time == nullptr || (!wall && clock != CLOCK_MONOTONIC)) return __real_clock_gettime(clock, now);
-  const int64_t nanos = time->monotonic + (wall ? time->wall_ahead : 0);
+  const int64_t nanos = time->monotonic + (wall ? time->wall_ahead.load() : 0);
   *now = {static_cast<time_t>(nanos / kNanosPerSecond), static_cast<long>(nanos % kNanosPerSecond)};
   return 0;
 }

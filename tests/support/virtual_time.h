@@ -32,6 +32,8 @@ class VirtualTime {
   // Both clocks go on, as if the caller had been busy.
   void Advance(int64_t milliseconds) { AdvanceNanoseconds(milliseconds * 1'000'000); }
   void AdvanceNanoseconds(int64_t nanoseconds) { monotonic += nanoseconds; }
+  // The wall clock alone is set.
+  void StepWall(int64_t nanoseconds) { wall_ahead += nanoseconds; }
   // gettimeofday alone fails with EINVAL.
   void SetFailing(bool failing) { fails = failing; }
 
@@ -45,6 +47,10 @@ class VirtualTime {
   // for peers that need some, as other processes and the kernel's own worker behind a pty. In milliseconds; 0 at first.
   void SetGrace(int milliseconds) { grace = milliseconds; }
 
+  // For long runs of many timers: what is left of a millisecond is granted at once, so that deadlines are met up to half
+  // a millisecond late.
+  void Hurry() { quiet_spins = 1, spin_step = 500'000; }
+
   // How often a sleeping poll has moved the clock.
   int Sleeps() const { return sleeps; }
 
@@ -55,8 +61,11 @@ class VirtualTime {
   static constexpr int64_t kStart = 1'000'000'000'000;  // of the monotonic clock
   std::atomic<bool> fails = false;
   std::atomic<int64_t> monotonic = kStart;
-  const int64_t wall_ahead;  // of the monotonic clock
+  std::atomic<int64_t> wall_ahead;  // of the monotonic clock
   const pthread_t owner = pthread_self();
   int grace = 0, sleeps = 0, spins = 0;
+  // Polls in a row that may pass without sleeping and with nothing ready, and what each one behind them is granted.
+  int quiet_spins = 16;
+  int64_t spin_step = 50'000;
   std::multimap<int64_t, std::function<void()>> scheduled;
 };
