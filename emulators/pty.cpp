@@ -1,11 +1,9 @@
 #include "emulators/pty.h"
 
 #include <fcntl.h>
+#include <pty.h>
 #include <termios.h>
 #include <unistd.h>
-
-#include <cerrno>
-#include <cstdlib>
 
 #include "runtime/errnoexcept.h"
 
@@ -21,16 +19,11 @@ constexpr Speed kSpeeds[] = {{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
 }  // namespace
 
 Pty::Pty() {
-  _instrument = posix_openpt(O_RDWR | O_NOCTTY | O_NONBLOCK);
   char path[64];
-  if (_instrument >= 0 && grantpt(_instrument) == 0 && unlockpt(_instrument) == 0 &&
-      ptsname_r(_instrument, path, sizeof path) == 0)
-    _device = open(_path.assign(path).c_str(), O_RDWR | O_NOCTTY);
-  if (_device < 0) {
-    const int error = errno;
-    if (_instrument >= 0) close(_instrument);
-    throw ErrnoError("Unable to make a pseudo-terminal", error);
-  }
+  if (openpty(&_instrument, &_device, path, nullptr, nullptr) != 0)
+    throw ErrnoError("Unable to make a pseudo-terminal");
+  _path = path;
+  fcntl(_instrument, F_SETFL, O_NONBLOCK);
   termios raw;
   tcgetattr(_device, &raw);
   cfmakeraw(&raw);

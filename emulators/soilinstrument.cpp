@@ -132,10 +132,11 @@ void SoilInstrument::_Obey(const std::string& command) {
     tm parts = Broken(_Clock());
     const bool date = has("<DATE>");
     const std::string value = Value(command, date ? "DATE" : "TIME");
-    if (date && std::sscanf(value.c_str(), "%4d%2d%2d", &parts.tm_year, &parts.tm_mon, &parts.tm_mday) == 3) {
+    if (date) {
+      std::sscanf(value.c_str(), "%4d%2d%2d", &parts.tm_year, &parts.tm_mon, &parts.tm_mday);
       parts.tm_year -= 1900;
       parts.tm_mon -= 1;
-    } else if (!date) {
+    } else {
       std::sscanf(value.c_str(), "%2d%2d%2d", &parts.tm_hour, &parts.tm_min, &parts.tm_sec);
     }
     _clock_ahead = static_cast<int>(mktime(&parts) - time(nullptr));
@@ -143,7 +144,7 @@ void SoilInstrument::_Obey(const std::string& command) {
 }
 
 void SoilInstrument::_Start() {
-  _state = _settings.purge > 0 ? kPurging : kRunning;
+  _state = kPurging;
   _since = time(nullptr);
   // The measurement is appended to its file of this week.
   _BeginFile();

@@ -3,7 +3,7 @@
 // form.
 //
 // Input: lines of the instrument, in which "HOST" stands for the name of the present host. One that begins with "@" is
-// a step of the timer so many hours on; "+" a connection, and "-" its end.
+// a step of the timer so many hours on; "+" a connection, and "-" its end; "!" the owner leaves, or comes back.
 
 #include <algorithm>
 #include <cstdint>
@@ -48,17 +48,17 @@ struct Plain : SoilDevice::Listener {
   void GotSoilConnected(std::string target) override {
     Send("<CMD><QUERY>STATE</QUERY></CMD>");
     Query();
-    out += "connected " + target + '\n';
+    Tell("connected " + target);
     active = true;
   }
   void GotSoilClosed() override { active = false; }
   void GotSoilData(SoilData& data) override {
     std::ostringstream text;
-    text << "data " << data << '\n';
-    out += text.str();
+    text << "data " << data;
+    Tell(text.str());
   }
-  void GotSoilReport(std::string report) override { out += "report " + report + '\n'; }
-  void GotSoilError(std::string error) override { out += "error " + error + '\n'; }
+  void GotSoilReport(std::string report) override { Tell("report " + report); }
+  void GotSoilError(std::string error) override { Tell("error " + error); }
   void GotSoilStatus(SoilData& data) override {
     current = data.longs["/SR/STATE/CUROB"];
     complete = data.longs["/SR/STATE/OBCOMPLETE"];
@@ -139,10 +139,11 @@ struct Plain : SoilDevice::Listener {
       internal.erase(name);
     }
   }
+  void Tell(const std::string& text) { out += told ? text + '\n' : ""; }
   void Send(const std::string& command) { out += "Soil Tx: <SR>" + command + "</SR>\n\n"; }
 
   int64_t current = 0, complete = 0;
-  bool stopping = false, active = false;
+  bool stopping = false, active = false, told = true;
   time_t last_step = 0;
   std::set<std::string> internal, external;
   std::map<std::string, int64_t> observations;
@@ -189,6 +190,9 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
       clock.Advance(int64_t{3'600'000} * (atoi(line.c_str() + 1) % 10'000));
       manager.HandleTimeout();
       plain.Step();
+    } else if (line == "!") {
+      plain.told = !plain.told;
+      manager.RegisterListener(plain.told ? &owner : nullptr);
     } else if (line == "+" || line == "-") {
       for (SoilDevice* device : {&manager.GetDevice(), &ears})
         line == "+" ? device->HeadConnected("there") : device->HeadClosed();
