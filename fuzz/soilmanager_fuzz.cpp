@@ -175,7 +175,7 @@ void Replace(std::string& text, const std::string& what, const std::string& by) 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::string text(reinterpret_cast<const char*>(data), size);
   Replace(text, "HOST", Host());
-  VirtualTime clock(VirtualTime::kDefaultWall + 8 * 86'400);  // another day of the month than that of 1970
+  VirtualTime clock(VirtualTime::kDefaultWall + int64_t{8} * 86'400);  // another day of the month than that of 1970
   Manager manager;
   Owner owner;
   manager.RegisterListener(&owner);
