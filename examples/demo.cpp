@@ -4,6 +4,7 @@
 //   demo                  settings, state and data in a directory that goes when the program does
 //   demo build/demo       keeps them there: station.toml, station.log, state/, disk/
 //   demo --trouble        every few seconds one of the instruments misbehaves
+//   demo --fast           analyser 40 Hz, GPS receiver 10 Hz (the anemometer has 20 Hz in any case)
 //   demo --seconds N ...  ends by itself
 //
 // and meanwhile, as tools do, docs/station.md has more,
@@ -66,6 +67,7 @@ struct Options {
   std::string directory;
   int seconds = 0;
   bool trouble = false;
+  bool fast = false;
 };
 
 Options Read(int argc, char** argv) {
@@ -73,6 +75,7 @@ Options Read(int argc, char** argv) {
   CommandLine line("Runs moorlog-station with an emulated instrument on each port, and tells what stands there.");
   line.add_option("directory", options.directory, "where settings, state and data are kept")->type_name("DIRECTORY");
   line.add_flag("--trouble", options.trouble, "the instruments misbehave");
+  line.add_flag("--fast", options.fast, "each instrument at the highest rate that it is used at");
   line.AddSeconds(options.seconds);
   line.Read(argc, argv);
   return options;
@@ -89,7 +92,11 @@ std::string Program(const std::string& name) {
 // Everything that is attached to the station.
 class Instruments {
  public:
-  explicit Instruments(bool trouble) { _trouble.SetTimeout(trouble ? kTrouble : -1); }
+  Instruments(bool trouble, bool fast)
+      : _fast(fast), _gps(fast ? GPSReceiver::Hemisphere : GPSReceiver::Garmin, fast ? 57'600 : 38'400) {
+    _trouble.SetTimeout(trouble ? kTrouble : -1);
+    if (fast) _analyser.SetRate(Analyser::kFastest);
+  }
 
   // The board's settings.
   void Write(const fs::path& directory) const {
@@ -103,8 +110,9 @@ class Instruments {
     if (!file.flush()) throw ErrnoError("Unable to write " + (directory / "station.toml").string());
   }
   // What the station is told of them.
-  static std::string Document() {
-    return std::string("<tarno><moorlog><cfg><head>") + kAnalyser + "</head><soil>" + kSoil +
+  std::string Document() const {
+    return std::string("<tarno><moorlog><cfg><gpstype>") + (_fast ? "Hemisphere" : "Garmin") + "</gpstype><head>" +
+           kAnalyser + "</head><soil>" + kSoil +
            "</soil><logger><loggeraddress>127.0.0.1</loggeraddress></logger><daqm><port>1</port></daqm></cfg></moorlog>"
            "</tarno>\n";
   }
@@ -133,8 +141,9 @@ class Instruments {
     }
   }
 
+  const bool _fast;
   Analyser _analyser{kAnalyser};
-  GPSReceiver _gps{GPSReceiver::Garmin, 38'400};
+  GPSReceiver _gps;
   PulseSource _pulse;
   SonicAnemometer _sonic{57'600, {.rate = 20}};
   PushButton _button;
@@ -197,6 +206,25 @@ class Child {
     if (!_ended) _ended = waitpid(_pid, &_status, WNOHANG) == _pid;
     return _ended;
   }
+  // What it has taken so far.
+  void PrintUse() const {
+    const std::string place = "/proc/" + std::to_string(_pid);
+    const auto number = [&](const char* file, const std::string& word) {
+      std::ifstream in(place + file);
+      for (std::string name; in >> name;)
+        if (int64_t value = 0; name == word && in >> value) return value;
+      return int64_t{0};
+    };
+    std::ifstream stat(place + "/stat");
+    std::string field;
+    double ticks = 0;
+    for (int i = 1; i <= 15 && stat >> field; ++i)
+      if (i >= 14) ticks += std::stod(field);
+    std::cout << "  use        " << std::fixed << std::setprecision(2)
+              << ticks / static_cast<double>(sysconf(_SC_CLK_TCK)) << " s of processor time, "
+              << number("/smaps_rollup", "Pss:") << " kB, " << number("/status", "voluntary_ctxt_switches:")
+              << " wake-ups" << std::endl;
+  }
   // Returns its exit status.
   int End() {
     if (!HasEnded()) kill(_pid, SIGTERM);
@@ -244,7 +272,7 @@ class Reporter : private Head::Listener {
   }
 
  private:
-  void HeadConnected(std::string /*connectedTo*/) override { _head.Send(Instruments::Document()); }
+  void HeadConnected(std::string /*connectedTo*/) override { _head.Send(_instruments.Document()); }
 
   void HeadGotLine(std::string line) override {
     Json::Value status;
@@ -305,7 +333,7 @@ int main(int argc, char** argv) try {
       options.directory.empty() ? fs::path(scratch.emplace("moorlog-demo").Path()) : fs::absolute(options.directory);
   for (const char* name : {"state", "disk"}) fs::create_directories(directory / name);
 
-  const Instruments instruments(options.trouble);
+  const Instruments instruments(options.trouble, options.fast);
   instruments.Write(directory);
   Child station(instruments, directory);
   std::cout << "the station is at work in " << directory.string() << ", its control port is " << kControlPort
@@ -326,6 +354,7 @@ int main(int argc, char** argv) try {
   const int answers = reporter.Answers();
   reporter.Ask();
   pass_until([&] { return reporter.Answers() > answers; });
+  station.PrintUse();
   const int status = station.End();
   if (status != 0) {
     std::cerr << "ERROR: moorlog-station has ended with status " << status << ":\n"
