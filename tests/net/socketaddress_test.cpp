@@ -20,6 +20,7 @@ extern "C" int __wrap_getaddrinfo(const char* host, const char* service, const a
   addrinfo* entry = *list;
   for (size_t i = 0; i < kinds.size() && error == 0; ++i, entry = entry->ai_next) {
     entry->ai_socktype = kinds[i];
+    entry->ai_addr->sa_data[0] = 21;  // the port may be anything where no service is asked for
     entry->ai_addr->sa_data[5] = static_cast<char>(i);
   }
   return error;
@@ -44,7 +45,9 @@ TEST(SocketAddress, IsMadeOfAddressesAndNames) {
   // The first entry of the answer that is for a stream or datagram socket.
   for (const auto& [second, taken] : {std::pair(SOCK_STREAM, "127.0.0.1"), {SOCK_RAW, "127.0.0.2"}}) {
     kinds = {SOCK_RAW, second, SOCK_DGRAM};
-    EXPECT_EQ(taken, SocketAddress("127.0.0.9", SocketAddress::FamilyIPv4).Presentation());
+    const SocketAddress found("127.0.0.9", SocketAddress::FamilyIPv4);
+    EXPECT_EQ(taken, found.Presentation());
+    EXPECT_EQ(0, found.Port());
   }
   kinds = {SOCK_RAW, SOCK_RAW, SOCK_RAW};
   EXPECT_EQ("SocketAddress: 127.0.0.9 not found",
