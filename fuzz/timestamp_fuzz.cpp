@@ -1,16 +1,16 @@
 // Timestamps from any text in any form: reading from a whole text, through the facets of a locale, from a buffer that
 // is filled bit by bit, and by the rules one after the other must agree in value, state and what stays unread. The
-// fields make the moment that the system's calendar makes of them, and it is broken down as there. It is written, by
+// fields make the moment that the library's calendar makes of them, and it is broken down as there. It is written, by
 // both ways of writing, as its fields say, and reads back.
 //
 // Input: a byte of choices, a byte for precision and chunk, three separators, and the text.
 
 #include <algorithm>
+#include <chrono>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
-#include <ctime>
 #include <iomanip>
 #include <iterator>
 #include <locale>
@@ -67,11 +67,10 @@ Timestamp Moment(int year, int month, int day, int hour, int min, double sec) {
   if (year < 100) year += year < 89 ? 2000 : 1900;
   const int64_t months = (int64_t{year} - 1989) * 12 + month - 1;
   if (months < 0 || months >= 111 * 12) return 0;
-  tm first = {};
-  first.tm_year = static_cast<int>(89 + months / 12);
-  first.tm_mon = static_cast<int>(months % 12);
-  first.tm_mday = 1;
-  const int64_t days = (timegm(&first) - kEpoch) / 86400 + day - 1;
+  using std::chrono::sys_days, std::chrono::year_month_day;
+  const year_month_day first(std::chrono::year(static_cast<int>(1989 + months / 12)),
+                             std::chrono::month(static_cast<unsigned>(months % 12 + 1)), std::chrono::day(1));
+  const int64_t days = sys_days(first).time_since_epoch().count() - kEpoch / 86400 + day - 1;
   return static_cast<double>(days) * 86400 + (min * 60.0 + sec) + hour * 3600.0;
 }
 
@@ -121,12 +120,13 @@ void CheckFields(double value) {
   const Timestamp t(value);
   REQUIRE(t.hour() == static_cast<int>(seconds / 3600 % 24) && t.min() == static_cast<int>(seconds / 60 % 60));
   REQUIRE(t.sec() == value - seconds / 60 * 60 || std::isnan(value));
-  if (seconds >= 3502828800) return;  // 2100, the first year that the system's calendar has otherwise
-  const time_t moment = static_cast<time_t>(kEpoch + seconds);
-  tm fields = {};
-  gmtime_r(&moment, &fields);
-  REQUIRE(t.year() == fields.tm_year + 1900 && t.month() == fields.tm_mon + 1 && t.day() == fields.tm_mday);
-  REQUIRE(t.yearDay() == fields.tm_yday + 1 && t.weekDay() == fields.tm_wday + 1);
+  if (seconds >= 3502828800) return;  // 2100, the first year that the library's calendar has otherwise
+  const std::chrono::sys_days day(std::chrono::days((kEpoch + seconds) / 86400));
+  const std::chrono::year_month_day date(day);
+  REQUIRE(t.year() == int{date.year()} && t.month() == static_cast<int>(unsigned{date.month()}) &&
+          t.day() == static_cast<int>(unsigned{date.day()}));
+  REQUIRE(t.yearDay() == (day - std::chrono::sys_days(date.year() / 1 / 1)).count() + 1);
+  REQUIRE(t.weekDay() == static_cast<int>(std::chrono::weekday(day).c_encoding()) + 1);
   REQUIRE(t.isLeap() == (t.year() % 4 == 0));
 }
 

@@ -10,6 +10,7 @@
 #include <climits>
 #include <csignal>
 #include <functional>
+#include <limits>
 #include <set>
 
 #include "runtime/errnoexcept.h"
@@ -79,8 +80,9 @@ TEST_F(PollLoop, WaitsAndDeadlinesHaveNoBounds) {
   timer.AddTimeout(5);
   EXPECT_TRUE(loop.Poll(-1));
   EXPECT_EQ(INT_MAX, time.Elapsed()) << "as long as poll(2) can wait";
-  for (const int64_t seconds : {-3'000'000'000, 3'000'000'000, -9'000'000'000'000'000, 9'000'000'000'000'000}) {
-    const timeval deadline = {static_cast<time_t>(seconds), 0};
+  using Limits = std::numeric_limits<time_t>;
+  for (const time_t seconds : {time_t{-2'000'000'000}, time_t{2'000'000'000}, Limits::min(), Limits::max()}) {
+    const timeval deadline = {seconds, 0};
     timer.SetTimeout(&deadline);
     EXPECT_EQ(seconds < 0, timer.Expiry() <= PollTimer::Now()) << seconds;
   }
