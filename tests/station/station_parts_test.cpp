@@ -197,12 +197,20 @@ TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
     disk.Use();
     time.Advance(5'000);
     files.Write("5\n");
-    EXPECT_EQ(files.Written(), 3);
+    files.Finish();
+    files.Write("6\n");
+    EXPECT_EQ(files.File(), dir / "x-2024-03-01T000011.txt.part");
+    time.StepWall(-3'600'000'000'000);
+    files.Write("7\n");
+    time.StepWall(-1);
+    files.Write("8\n");
+    EXPECT_EQ(files.Written(), 6);
     EXPECT_EQ(files.Lost(), 1);
   }
-  EXPECT_EQ(dir.Names(), (std::set<std::string>{"x-2024-02-01T000000.txt", "x-2024-02-01T000000-2.txt",
-                                                "other-2024-02-02T000000.txt.part", "x-2024-03-01T000000.txt",
-                                                "x-2024-03-01T000005.txt", "x-2024-03-01T000010.txt"}));
+  EXPECT_EQ(dir.Names(), (std::set<std::string>{
+                             "x-2024-02-01T000000.txt", "x-2024-02-01T000000-2.txt", "other-2024-02-02T000000.txt.part",
+                             "x-2024-03-01T000000.txt", "x-2024-03-01T000005.txt", "x-2024-03-01T000010.txt",
+                             "x-2024-03-01T000011.txt", "x-2024-02-29T230010.txt", "x-2024-02-29T230009.txt"}));
   EXPECT_TRUE(dir.Read("x-2024-03-01T000005.txt").ends_with("Timezone:\tUTC\nXH\tCHK\n3\n"));
 }
 
