@@ -17,6 +17,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <iostream>
+#include <limits>
 #include <optional>
 #include <set>
 #include <sstream>
@@ -386,7 +387,7 @@ struct Model {
 
   void Tick() {
     expiry += 1'000'000'000;
-    ++clock;
+    if (clock < std::numeric_limits<long>::max()) ++clock;
     if (live.SomeReady())
       Row(live, voltages, false, &DAQM::Listener::GotDAQMLiveHeader, &DAQM::Listener::GotDAQMLiveData);
     if (drm) {
@@ -565,8 +566,11 @@ struct Run {
           Both([&] { session.HandleTimeout(); }, [&] { model.Tick(); });
         }
         return;
-      case 'S':
-        return Both([&] { session.SyncToGPSTime(model.clock + number); }, [&] { model.Sync(model.clock + number); });
+      case 'S': {
+        const auto moment =
+            static_cast<long>(std::min<int64_t>(int64_t{model.clock} + number, std::numeric_limits<long>::max()));
+        return Both([&] { session.SyncToGPSTime(moment); }, [&] { model.Sync(moment); });
+      }
       case 'K':
         return Both([&] { session.Connect(number < 0 ? 99U : static_cast<unsigned>(number)); },
                     [&] { model.Connect(number < 0 ? 99U : static_cast<unsigned>(number)); });
