@@ -196,6 +196,7 @@ TEST(Socket, OpensWithWhatEverySocketHas) {
   EXPECT_EQ(1, reuse);
   EXPECT_EQ("Socket: unable to create socket: Protocol not supported",
             ErrorText([&] { s.Open(Socket::FamilyIPv4, Socket::TypeStream, IPPROTO_UDP); }));
+  EXPECT_FALSE(s.IsOpen());
   option_error = EPERM;
   EXPECT_EQ("Socket: unable to create socket: Operation not permitted",
             ErrorText([&] { s.Open(Socket::FamilyIPv4, Socket::TypeStream, 0); }));
