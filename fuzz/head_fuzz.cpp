@@ -386,7 +386,7 @@ class Walk : public Head::Listener {
         return _servers[detail & 1].Listen(detail < 12);
       case 11:
       case 12:
-        _time.Advance(detail * (deed == 11 ? 1'010 : 410));
+        _time.Advance(int64_t{detail} * (deed == 11 ? 1'010 : 410));
         return _Settle();
       case 15:
         if (_model.gone) {
