@@ -7,6 +7,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <functional>
 #include <optional>
 #include <string>
@@ -34,6 +35,8 @@ class StationModules : public Instrument, private DAQM::Listener {
   std::string SerialNumbers() const { return _session ? _session->SerialNumberList() : ""; }
 
  private:
+  static constexpr uint64_t kRoom = 65'536;  // bytes
+
   class _DayFile {
    public:
     _DayFile(const std::string& directory, const std::string& suffix) : _file(directory, suffix, "DAQM") {}
@@ -48,7 +51,10 @@ class StationModules : public Instrument, private DAQM::Listener {
 
   void _Connect();
   void _EndFiles();
-  bool _MayWrite() const { return _settings.modules.record && _wanted && _disk.IsThere(); }
+  // On a disk without room a row would be cut.
+  bool _MayWrite() const {
+    return _settings.modules.record && _wanted && _disk.IsThere() && _disk.Available() >= kRoom;
+  }
 
   void GotDAQMConnected(unsigned port) override;
   void GotDAQMSerial(std::string /*id*/, std::string /*serial*/) override {}

@@ -30,7 +30,8 @@ void CutBehindLastLine(const std::string& path) {
       if (size <= 0) return;
       const size_t line = std::string_view(block, static_cast<size_t>(size)).rfind('\n');
       if (line != std::string_view::npos) {
-        [[maybe_unused]] const int result = ftruncate(file.Fileno(), begin + static_cast<off_t>(line) + 1);
+        const off_t whole = begin + static_cast<off_t>(line) + 1;
+        [[maybe_unused]] const int result = whole < size + begin ? ftruncate(file.Fileno(), whole) : 0;
         return;
       }
       end = begin;
@@ -63,8 +64,13 @@ void RecordFiles::Write(const std::string& line) {
     ++_lost;
     return;
   }
-  if (_file.empty() || _now / _split > _period) _NameNextFile();
+  std::string ended;
+  if (_file.empty() || _now / _split > _period) {
+    ended = _file;
+    _NameNextFile();
+  }
   _logger.WriteDATA(line, static_cast<long>(_now));
+  if (!ended.empty()) CutBehindLastLine(WithoutPart(ended));  // its last block may have found no room
   const int state = _logger.USBState();
   if (state == Logger::StateNotLogging) _file.clear();  // it can't be opened
   ++(state == Logger::StateLogging ? _written : _lost);
@@ -101,9 +107,9 @@ void RecordFiles::_EndFile() {
   const bool failed = _logger.USBState() == Logger::StateError;
   _logger.StopLogging();
   if (!_stopped) _logger.StartLogging();
-  if (!failed || file.empty()) return;
+  if (file.empty()) return;
   CutBehindLastLine(WithoutPart(file));
-  _left = true;
+  _left = _left || failed;
 }
 
 void RecordFiles::_SetTime() {

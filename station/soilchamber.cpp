@@ -1,5 +1,7 @@
 #include "station/soilchamber.h"
 
+#include <unistd.h>
+
 #include <ctime>
 #include <fstream>
 #include <iostream>
@@ -59,6 +61,7 @@ void StationSoil::GotSoilReport(long timestamp, std::string report) {
     RenameFile(path + ".part", path);
   } catch (const std::exception& error) {
     ++_lost;
+    unlink((path + ".part").c_str());
     std::cout << "ERROR: a soil report is lost, " << path << ": " << error.what() << std::endl;
   }
 }
