@@ -74,7 +74,7 @@ TEST(GPSDevice, AReceiverIsFoundAndHeard) {
   for (const auto& row : rows) {
     SCOPED_TRACE(row.rate);
     VirtualTime time;
-    time.SetGrace(4);
+    time.SetGrace(10);
     GPSReceiver receiver(row.make, row.rate);
     receiver.SetFix(row.fix);
     GPSDevice device(receiver.Path(), row.make, false, row.fix);
