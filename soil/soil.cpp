@@ -166,7 +166,7 @@ void Soil::_CopyAndDeleteOldFiles() {
   Json::Value conf = ReadStateFile(_ConfPath());
   for (const std::string& name : ours) {
     _Send("<SR><CMD><MEAS><DELETE>" + name + "</DELETE></MEAS></CMD></SR>\n");
-    conf.removeMember(name);
+    conf.removeMember(name.data(), name.data() + name.size(), nullptr);  // the form for a string ends at a NUL
     _intFiles.erase(name);
   }
   _SaveConf(conf);
