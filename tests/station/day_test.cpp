@@ -248,7 +248,7 @@ class Inspector {
         ++missing;
       }
     for (const auto& entry : fs::directory_iterator(_drawer))
-      if (entry.path().extension() != ".part") fs::remove(entry.path(), ignored);  // not the folder
+      if (entry.is_regular_file() && entry.path().extension() != ".part") fs::remove(entry.path(), ignored);
   }
   size_t Found() const { return _found.size(); }
 
