@@ -39,14 +39,7 @@
 #include <vector>
 
 #include "analyser/head.h"
-#include "emulators/analyser.h"
-#include "emulators/campbelllogger.h"
-#include "emulators/daqmbus.h"
-#include "emulators/gps_receiver.h"
-#include "emulators/pulse_source.h"
-#include "emulators/push_button.h"
-#include "emulators/soilinstrument.h"
-#include "emulators/sonic_anemometer.h"
+#include "emulators/site.h"
 #include "examples/commandline.h"
 #include "examples/scratchdirectory.h"
 #include "examples/timer.h"
@@ -60,7 +53,6 @@ namespace fs = std::filesystem;
 
 constexpr int kControlPort = 5510;
 constexpr int64_t kPatience = 10'000'000'000;  // nanoseconds
-constexpr const char* kAnalyser = "127.0.0.1";
 constexpr const char* kSoil = "127.0.15.4";
 
 struct Options {
@@ -89,13 +81,12 @@ std::string Program(const std::string& name) {
   throw std::runtime_error("there is no " + name + " beside " + here.string());
 }
 
-// Everything that is attached to the station.
+// Everything that is attached to the station, and what troubles it.
 class Instruments {
  public:
   Instruments(bool trouble, bool fast)
-      : _fast(fast), _gps(fast ? GPSReceiver::Hemisphere : GPSReceiver::Garmin, fast ? 57'600 : 38'400) {
+      : _site({.fast = fast, .soil = kSoil, .chamber = {.purge = 10, .observation = 60}}) {
     _trouble.SetTimeout(trouble ? kTrouble : -1);
-    if (fast) _analyser.SetRate(Analyser::kFastest);
   }
 
   // The board's settings.
@@ -103,21 +94,14 @@ class Instruments {
     std::ofstream file(directory / "station.toml");
     file << "name = \"demo\"\nuser = \"root\"\nstate = " << directory / "state"
          << "\n[disk]\npath = " << directory / "disk"
-         << "\nboard = true\nsplit = 60\n[control]\nport = " << kControlPort
-         << "\n[analyser]\nport = " << _analyser.Port() << "\n[gps]\ndevice = \"" << _gps.Path() << "\"\npulse = \""
-         << _pulse.Path() << "\"\n[sonic]\ndevice = \"" << _sonic.Path() << "\"\n[button]\ndevice = \""
-         << _button.Path() << "\"\n[campbell]\nport = " << _campbell.Port() << "\n[clock]\nmode = \"watch\"\n";
+         << "\nboard = true\nsplit = 60\n[control]\nport = " << kControlPort << "\n[clock]\nmode = \"watch\"\n"
+         << _site.Settings();
     if (!file.flush()) throw ErrnoError("Unable to write " + (directory / "station.toml").string());
   }
   // What the station is told of them.
-  std::string Document() const {
-    return std::string("<tarno><moorlog><cfg><gpstype>") + (_fast ? "Hemisphere" : "Garmin") + "</gpstype><head>" +
-           kAnalyser + "</head><soil>" + kSoil +
-           "</soil><logger><loggeraddress>127.0.0.1</loggeraddress></logger><daqm><port>1</port></daqm></cfg></moorlog>"
-           "</tarno>\n";
-  }
-  const std::string& Bus() const { return _modules.Path(); }
-  char Light() const { return _button.LED(); }
+  std::string Document() const { return _site.Document() + '\n'; }
+  const std::string& Bus() const { return _site.modules.Path(); }
+  char Light() const { return _site.button.LED(); }
 
  private:
   static constexpr int kTrouble = 7'000;  // milliseconds
@@ -127,29 +111,21 @@ class Instruments {
     const int turn = _turn++ / 6;
     switch (_turn % 6) {
       case 0:
-        return turn % 2 == 0 ? _analyser.CutLine() : _analyser.SendGarbage(5'000);
+        return turn % 2 == 0 ? _site.analyser.CutLine() : _site.analyser.SendGarbage(5'000);
       case 1:
-        return _modules.Misbehave(turn % DAQMBus::kMisbehaviours, turn % 5);
+        return _site.modules.Misbehave(turn % DAQMBus::kMisbehaviours, turn % 5);
       case 2:
-        return _campbell.Misbehave(static_cast<CampbellLogger::Trouble>(turn % CampbellLogger::kTroubles));
+        return _site.campbell.Misbehave(static_cast<CampbellLogger::Trouble>(turn % CampbellLogger::kTroubles));
       case 3:
-        return _sonic.Set({.rate = 20, .bad_sums = turn % 2 == 0});
+        return _site.sonic.Set({.rate = 20, .bad_sums = turn % 2 == 0});
       case 4:
-        return _soil.Misbehave(turn % SoilInstrument::kMisbehaviours);
+        return _site.soil.Misbehave(turn % SoilInstrument::kMisbehaviours);
       default:
-        return _gps.SetFix(turn % 2 != 0);
+        return _site.gps.SetFix(turn % 2 != 0);
     }
   }
 
-  const bool _fast;
-  Analyser _analyser{kAnalyser};
-  GPSReceiver _gps;
-  PulseSource _pulse;
-  SonicAnemometer _sonic{57'600, {.rate = 20}};
-  PushButton _button;
-  SoilInstrument _soil{kSoil, {.purge = 10, .observation = 60}};
-  DAQMBus _modules{{}};
-  CampbellLogger _campbell;
+  Site _site;
   int _turn = 0;
   Timer _trouble{-1, [this] { _Misbehave(); }};
 };

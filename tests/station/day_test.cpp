@@ -15,22 +15,14 @@
 #include <sstream>
 
 #include "daqm/daqm.h"
-#include "emulators/analyser.h"
-#include "emulators/campbelllogger.h"
-#include "emulators/daqmbus.h"
-#include "emulators/gps_receiver.h"
-#include "emulators/pulse_source.h"
-#include "emulators/push_button.h"
-#include "emulators/soilinstrument.h"
-#include "emulators/sonic_anemometer.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "station/station.h"
 #include "tests/station/settable_time.h"
+#include "tests/station/site_settings.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/own_host.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {
@@ -74,24 +66,10 @@ class Life {
     ledger.excuses = 0;
     _time.Hurry();
     settable_time = &_time;
-    DAQM::port_to_dev.at(1).device = _bus.Path();
-    Settings settings;
-    settings.name = "bog";
-    settings.state = dir / "state";
-    settings.disk.path = _disk;
-    settings.control.port = 0;
-    settings.analyser.port = _analyser.Port();
-    settings.gps.device = _gps.Path();
-    settings.gps.pulse = _pulse.Path();
-    settings.sonic.device = _sonic.Path();
-    settings.button.device = _button.Path();
-    settings.campbell.port = _campbell.Port();
-    settings.clock.rtc = dir / "rtc";
-    _station.emplace(settings, ZonePlaces{dir / "zones", dir / "link", dir / "zone"});
-    _station->Answer(
-        "<tarno><moorlog><cfg><head>127.0.0.1</head><soil>127.5.1.8</soil><logger><loggeraddress>127.0.0.1"
-        "</loggeraddress></logger><daqm><port>1</port></daqm></cfg></moorlog></tarno>");
-    _analyser.SetRate(1);
+    DAQM::port_to_dev.at(1).device = _site.modules.Path();
+    _station.emplace(SettingsFor(_site, dir), ZonesIn(dir));
+    _station->Answer(_site.Document());
+    _site.analyser.SetRate(1);
   }
 
   // To its end, or to a kill.
@@ -108,7 +86,7 @@ class Life {
     }
     _Pass(2 * kMinute);
     EXPECT_LE(descriptors(), held + 1) << "of the hours";
-    _ledger.sent = _analyser.LinesSent();
+    _ledger.sent = _site.analyser.LinesSent();
     _ledger.end = time(nullptr);
     if (killed) {
       _ledger.Excuse(_ledger.sent - kUnwritten, _ledger.sent);
@@ -121,7 +99,7 @@ class Life {
   static constexpr int kTroubles = 16;
 
   void _Pass(int milliseconds) { PollFor(milliseconds); }
-  int _Number() const { return _analyser.LinesSent(); }
+  int _Number() const { return _site.analyser.LinesSent(); }
 
   // Lasts for less than ten minutes. Lines of the analyser that are sent meanwhile may be lost, and so may `before`.
   void _Lose(int before, int seconds, const std::function<void()>& end, int after = 3) {
@@ -136,44 +114,44 @@ class Life {
     const int any = static_cast<int>(_random() % 97);
     switch (which) {
       case 0:
-        _analyser.Refuse();
-        _analyser.HangUp();
-        return _Lose(2, any, [&] { _analyser.Listen(); });
+        _site.analyser.Refuse();
+        _site.analyser.HangUp();
+        return _Lose(2, any, [&] { _site.analyser.Listen(); });
       case 1:
-        _analyser.Stall(true);
-        return _Lose(0, any, [&] { _analyser.Stall(false); });
+        _site.analyser.Stall(true);
+        return _Lose(0, any, [&] { _site.analyser.Stall(false); });
       case 2:
-        _analyser.CutLine();
+        _site.analyser.CutLine();
         return _Lose(1, 1, [] {});
       case 3:
-        return _analyser.SendGarbage(5'000);
+        return _site.analyser.SendGarbage(5'000);
       case 4:
-        _analyser.Reset();
+        _site.analyser.Reset();
         return _Lose(2, 1, [] {});
       case 5:
         for (int kind = 0; kind < 3; ++kind)
-          _bus.Misbehave(static_cast<int>(_random() % DAQMBus::kMisbehaviours), any % 5);
+          _site.modules.Misbehave(static_cast<int>(_random() % DAQMBus::kMisbehaviours), any % 5);
         return;
       case 6:
-        return _campbell.Misbehave(static_cast<CampbellLogger::Trouble>(any % CampbellLogger::kTroubles), 3);
+        return _site.campbell.Misbehave(static_cast<CampbellLogger::Trouble>(any % CampbellLogger::kTroubles), 3);
       case 7:
-        _campbell.Refuse();
+        _site.campbell.Refuse();
         _Pass(any * kSecond);
-        return _campbell.Listen();
+        return _site.campbell.Listen();
       case 8:
-        return _soil.Misbehave(any % SoilInstrument::kMisbehaviours);
+        return _site.soil.Misbehave(any % SoilInstrument::kMisbehaviours);
       case 9:
-        _sonic.Set({.rate = 1, .bad_sums = true});
+        _site.sonic.Set({.rate = 1, .bad_sums = true});
         _Pass(any * kSecond);
-        return _sonic.Set({.rate = 1});
+        return _site.sonic.Set({.rate = 1});
       case 10:
-        _gps.SetFix(false);
+        _site.gps.SetFix(false);
         _Pass(any * kSecond);
-        return _gps.SetFix(true);
+        return _site.gps.SetFix(true);
       case 11:
-        _button.Press();
-        _button.Release();
-        return _Lose(1, any, [&] { _button.Press(), _button.Release(); });
+        _site.button.Press();
+        _site.button.Release();
+        return _Lose(1, any, [&] { _site.button.Press(), _site.button.Release(); });
       case 12: {  // full
         const std::string filler = _dir / "drawer/else/filler";
         {
@@ -212,14 +190,7 @@ class Life {
   Ledger& _ledger;
   std::mt19937 _random;
   VirtualTime _time;
-  Analyser _analyser;
-  GPSReceiver _gps{GPSReceiver::Garmin, 38'400};
-  PulseSource _pulse;
-  SonicAnemometer _sonic{57'600, {.rate = 1}};
-  PushButton _button;
-  SoilInstrument _soil{"127.5.1.8", {}};
-  DAQMBus _bus{{}};
-  CampbellLogger _campbell;
+  Site _site{{.sonic_rate = 1, .soil = "127.5.1.8"}};
   std::optional<Station> _station;
 };
 
@@ -296,7 +267,7 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
   const ChildResult result = RunInMountNamespace([&] {
     ASSERT_TRUE(EnterOwnNetwork());
     AdoptOrphans();  // the zip programs
-    for (const char* name : {"zones/UTC", "rtc", "disk/x/y", "drawer/x"}) dir.Write(name, "");
+    for (const char* name : {"rtc", "disk/x/y", "drawer/x"}) dir.Write(name, "");
     MountEmpty("/sys/class");
     fs::create_directories("/sys/class/gpio/gpio13");
     for (const char* name : {"active_low", "direction", "value"})
