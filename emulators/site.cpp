@@ -28,7 +28,6 @@ std::string Site::Settings() const {
 
 std::string Site::Document() const {
   return std::string("<tarno><moorlog><cfg><gpstype>") + (plan.fast ? "Hemisphere" : "Garmin") + "</gpstype><head>" +
-         kHost + "</head><soil>" + plan.soil + "</soil><logger><loggeraddress>" + kHost +
-         "</loggeraddress></logger><daqm><port>" + (plan.modules ? '1' : '0') +
-         "</port></daqm></cfg></moorlog></tarno>";
+         kHost + "</head><soil>" + plan.soil + "</soil><logger><loggeraddress>" + kHost + "</loggeraddress></logger>" +
+         (plan.modules ? "<daqm><port>1</port></daqm>" : "") + "</cfg></moorlog></tarno>";
 }
