@@ -55,16 +55,19 @@ Said Bool(const std::string& text) {
   return word == "true" || word == "false" ? Said{word} : Said{{}, "invalid bool", false, false};
 }
 
-Said Integer(const std::string& text, int64_t least, int64_t most) {
+Said Integer(const std::string& text, std::int32_t least, std::int32_t most) {
   size_t at = std::min(text.find_first_not_of(" \t\n\v\f\r"), text.size());
   const bool negative = text.substr(at, 1) == "-";
   at += text.find_first_of("+-", at) == at ? 1 : 0;
   const std::string digits = text.substr(at, std::min(text.find_first_not_of("0123456789", at), text.size()) - at);
-  const long double amount = digits.empty() ? NAN : std::strtold(digits.c_str(), nullptr);
-  const auto bound = static_cast<long double>(std::numeric_limits<int64_t>::max()) + (negative ? 1 : 0);
-  if (!(amount <= bound)) return {{}, "unable to read integer"};
-  const long double value = negative ? 0 - amount : amount;
-  return {Printed("%.0Lf", std::clamp<long double>(value, least, most))};
+  // A long double has no more digits than a double on some boards: so the bound is held against the text.
+  const std::string bare = digits.substr(std::min(digits.find_first_not_of('0'), digits.size()));
+  const std::string bound = negative ? "9223372036854775808" : "9223372036854775807";
+  const bool within = bare.size() < bound.size() || (bare.size() == bound.size() && bare <= bound);
+  if (digits.empty() || !within) return {{}, "unable to read integer"};
+  const double amount = std::strtod(digits.c_str(), nullptr);
+  const double value = negative ? 0 - amount : amount;
+  return {Printed("%.0f", std::clamp<double>(value, least, most))};
 }
 
 Said Text(const std::string& text) {

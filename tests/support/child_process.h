@@ -20,7 +20,7 @@ ChildResult RunInChild(const std::function<void()>& body);
 // under some emulations of a board.
 bool AdoptOrphans();
 
-// Its own thread counts as a process of the user, and its _exit flushes all streams.
+// Its _exit flushes all streams.
 #ifdef __SANITIZE_THREAD__
 constexpr bool kThreadSanitizer = true;
 #else
