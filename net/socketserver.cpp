@@ -165,7 +165,6 @@ void SocketClient::_Fail(const char* handler) {
 
 // Tells so with the first event; whether the connect went well shows in what follows. False: closed.
 bool SocketClient::_Connected() {
-  if (IsClosed()) return false;
   if (!_Is(kConnected)) {
     _state |= kConnected;
     _server.ClientConnectedEvent(*this);
