@@ -5,7 +5,9 @@
 #pragma once
 
 #include <cstdint>
+#include <deque>
 #include <iostream>
+#include <map>
 #include <string>
 
 #include "runtime/pollprocessor.h"
@@ -14,19 +16,17 @@ class Mishaps {
  public:
   // Tells it. False when it is the same one for the hundredth time within a minute: somebody has to start afresh.
   bool Bear(const std::string& text) {
-    constexpr int kMost = 100;
+    constexpr size_t kMost = 100;
     constexpr int64_t kMinute = 60'000'000'000;  // nanoseconds
     std::cout << "ERROR: " << text << std::endl;
-    if (text != _text || PollTimer::Now() - _begun > kMinute) {
-      _text = text;
-      _begun = PollTimer::Now();
-      _count = 0;
-    }
-    return ++_count < kMost;
+    const int64_t now = PollTimer::Now();
+    std::erase_if(_came, [now](const auto& other) { return now - other.second.back() > kMinute; });
+    std::deque<int64_t>& times = _came[text];
+    while (!times.empty() && now - times.front() > kMinute) times.pop_front();
+    times.push_back(now);
+    return times.size() < kMost;
   }
 
  private:
-  std::string _text;
-  int64_t _begun = 0;  // when it came first
-  int _count = 0;
+  std::map<std::string, std::deque<int64_t>> _came;  // when each one did, in the last minute
 };
