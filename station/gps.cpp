@@ -1,5 +1,6 @@
 #include "station/gps.h"
 
+#include <algorithm>
 #include <stdexcept>
 #include <utility>
 
@@ -26,7 +27,7 @@ StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock&
         device->RegisterListener(this);
       }) {
   _files.SetHeader(DataLineHeader("GPS", {"LATITUDE", "LONGITUDE", "ALTITUDE", "SATELLITES", "HDOP", "GEOID", "SPEED",
-                                          "COURSE", "DIFFAGE", "DIFFSTATION"}));
+                                          "COURSE", "DIFFAGE", "DIFFSTATION", "UTC"}));
 }
 
 // Another type is searched for from the beginning.
@@ -55,7 +56,15 @@ void StationGPS::GotGPSData(const GPSData& data) {
   if (!_fix) return;  // it comes as zeros then
   _records.Count();
   _position = {data.values[0], data.values[1], data.values[2]};
-  if (_record) _files.Write(DataLine("GPS", data));
+  if (!_record) return;
+  MeasurementRecord<std::tuple_size_v<decltype(data.values)> + 1> line;
+  std::copy(data.values.begin(), data.values.end(), line.values.begin());
+  line.values.back() = data.seconds + data.nanoseconds / 1e9;
+  const TimeVal now = StationClock::Now();
+  line.seconds = now.seconds;
+  line.nanoseconds = now.nanoseconds;
+  line.errorFlags = data.errorFlags;
+  _files.Write(DataLine("GPS", line));
 }
 
 void StationGPS::GotGPSTime(const TimeVal& time) {

@@ -1,5 +1,6 @@
 // The GPS receiver and its pulse: position and time. Its seconds and pulses keep the clock; its fixes become records,
-// "GPSH" and "GPS", with the moment of the receiver.
+// "GPSH" and "GPS", stamped with the board's clock as they come, like those of the anemometer; the last column, UTC, is
+// the receiver's moment, in seconds since 1970.
 
 #pragma once
 
