@@ -5,7 +5,7 @@
 #include <ctime>
 #include <fstream>
 #include <iostream>
-#include <stdexcept>
+#include <iterator>
 #include <utility>
 
 #include "runtime/filesystem.h"
@@ -13,6 +13,7 @@
 namespace {
 
 constexpr int64_t kPatience = 300'000'000'000;  // nanoseconds
+constexpr size_t kMostWaiting = 1'000;
 
 }  // namespace
 
@@ -42,26 +43,38 @@ void StationSoil::GotSoilConnected(std::string /*connectedTo*/) {
   _alive = PollTimer::Now();
 }
 
-// Under its working name until it is whole. One without a moment is called after the present.
+// One without a moment is called after the present.
 void StationSoil::GotSoilReport(long timestamp, std::string report) {
   _records.Count();
   if (!_settings.soil.record || !_wanted) return;
-  const time_t moment = timestamp > 0 ? static_cast<time_t>(timestamp) : time(nullptr);
-  tm parts;
-  char name[32];
-  gmtime_r(&moment, &parts);
-  strftime(name, sizeof name, "-soil-%Y-%m-%dT%H%M%S", &parts);
-  const std::string path = _disk.Path() + '/' + _settings.name + name + ".txt";
-  try {
-    if (!_disk.IsThere()) throw std::runtime_error("the disk isn't there");
-    {
-      std::ofstream file(path + ".part", std::ios::binary | std::ios::trunc);
-      if (!(file << report << std::flush)) throw std::runtime_error("it can't be written");
+  if (_waiting.size() == kMostWaiting) _waiting.pop_front();
+  _waiting.push_back({timestamp > 0 ? static_cast<time_t>(timestamp) : time(nullptr), std::move(report)});
+  _WriteWaiting();
+}
+
+void StationSoil::_WriteWaiting() {
+  for (; _disk.IsThere() && !_waiting.empty(); _waiting.pop_front()) {
+    const std::string path = _PathOf(_waiting.front());
+    try {
+      ReplaceFile(path, _waiting.front().text);
+      _told = false;
+    } catch (const std::exception& error) {
+      unlink((path + ".new").c_str());
+      if (!std::exchange(_told, true)) std::cout << "ERROR: a soil report has to wait: " << error.what() << std::endl;
+      return;
     }
-    RenameFile(path + ".part", path);
-  } catch (const std::exception& error) {
-    ++_lost;
-    unlink((path + ".part").c_str());
-    std::cout << "ERROR: a soil report is lost, " << path << ": " << error.what() << std::endl;
+  }
+}
+
+// After the next second that is free, or has this very report.
+std::string StationSoil::_PathOf(const _Report& report) const {
+  for (time_t moment = report.moment;; ++moment) {
+    tm parts = {};
+    char name[32];
+    gmtime_r(&moment, &parts);
+    strftime(name, sizeof name, "-soil-%Y-%m-%dT%H%M%S", &parts);
+    std::string path = _disk.Path() + '/' + _settings.name + name + ".txt";
+    std::ifstream file(path, std::ios::binary);
+    if (!file || std::string(std::istreambuf_iterator<char>(file), {}) == report.text) return path;
   }
 }

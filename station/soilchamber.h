@@ -1,10 +1,14 @@
 // The soil chamber: its measurements are looked after (soil/soil.h), and each of its reports becomes a file of its own.
+// It is asked for a report once only, so reports that find no disk, or no room, wait for it in memory, the last
+// thousand of them (three weeks of half hours).
 //
 // The document names it by an IPv4 address or the name of a host. A link that has been down for five minutes is built
 // anew.
 
 #pragma once
 
+#include <ctime>
+#include <deque>
 #include <optional>
 #include <string>
 
@@ -22,7 +26,7 @@ class StationSoil : public Instrument, private Soil::Listener {
   void Look() override;
   void Record(bool on) override { _wanted = on; }
 
-  int64_t Lost() const { return _lost; }  // reports that found no disk
+  void LookAtDisk() override { _WriteWaiting(); }
 
  private:
   // What it has fetched is remembered in the station's own directory.
@@ -31,7 +35,14 @@ class StationSoil : public Instrument, private Soil::Listener {
     _Agent(const Settings& settings) : Soil(false, settings.verbose) { _confDirectory = settings.state; }
   };
 
+  struct _Report {
+    time_t moment;
+    std::string text;
+  };
+
   void _Build();
+  void _WriteWaiting();
+  std::string _PathOf(const _Report& report) const;
   void GotSoilConnected(std::string connectedTo) override;
   void GotSoilReport(long timestamp, std::string report) override;
 
@@ -41,5 +52,6 @@ class StationSoil : public Instrument, private Soil::Listener {
   mutable std::optional<_Agent> _soil;  // asked for its link also where nothing changes
   bool _wanted = true;
   int64_t _alive = 0;  // when it was seen connected last, or built; on PollTimer's clock
-  int64_t _lost = 0;
+  std::deque<_Report> _waiting;
+  bool _told = false;  // why they have to
 };
