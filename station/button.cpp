@@ -6,9 +6,10 @@
 StationButton::StationButton(const Settings& settings, std::function<void()> pressed, std::function<void()> held)
     : _path(settings.button.device), _pressed(std::move(pressed)), _held(std::move(held)) {}
 
-// A device that has gone shows when its light is set.
+// One that has gone without a sign shows when its light is set.
 void StationButton::Look() {
   if (_path.empty()) return;
+  if (_device && _device->HasGone()) _device.reset();
   try {
     if (!_device) {
       _device.emplace(_path);

@@ -9,6 +9,7 @@
 
 #include "serial/usbbuttondevice.h"
 #include "station/instrument.h"
+#include "station/pluggeddevice.h"
 #include "station/settings.h"
 
 class StationButton : public Instrument, private UsbButtonDevice::Listener {
@@ -18,7 +19,7 @@ class StationButton : public Instrument, private UsbButtonDevice::Listener {
   // `pressed` and `held` are called behind the device's own callback, and may do anything.
   StationButton(const Settings& settings, std::function<void()> pressed, std::function<void()> held);
 
-  bool IsConnected() const override { return _device.has_value(); }
+  bool IsConnected() const override { return _device && !_device->HasGone(); }
   void Look() override;
   void Show(Light light);
 
@@ -39,7 +40,7 @@ class StationButton : public Instrument, private UsbButtonDevice::Listener {
   void _Light();
 
   const std::string _path;
-  std::optional<UsbButtonDevice> _device;
+  std::optional<PluggedDevice<UsbButtonDevice>> _device;
   _Later _pressed, _held;
   bool _long = false;  // the press that is under way
   Light _light = Off;

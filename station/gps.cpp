@@ -8,7 +8,7 @@
 
 namespace {
 
-// A pulse device that has gone spins the loop or tells an error in each pass, so it doesn't stay long.
+// A pulse device that says nothing may have gone without a sign.
 constexpr int64_t kPulsePatience = 10'000'000'000;  // nanoseconds
 
 }  // namespace
@@ -42,7 +42,7 @@ void StationGPS::Look() {
   if (!_port.IsOpen()) _fix = false;
   if (_pulse_path.empty()) return;
   const int64_t now = PollTimer::Now();
-  if (_pulse && now - _pulsed < kPulsePatience) return;
+  if (_pulse && !_pulse->HasGone() && now - _pulsed < kPulsePatience) return;
   _pulse.reset();
   try {
     _pulse.emplace(_pulse_path, _verbose);

@@ -11,6 +11,7 @@
 #include "serial/gpsdevice.h"
 #include "serial/ppsdevice.h"
 #include "station/instrument.h"
+#include "station/pluggeddevice.h"
 #include "station/serialport.h"
 #include "station/settings.h"
 #include "station/stationclock.h"
@@ -46,7 +47,7 @@ class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDe
   RecordFiles _files;
   int _type = -1;
   SerialPort<GPSDevice> _port;
-  std::optional<PPSDevice> _pulse;
+  std::optional<PluggedDevice<PPSDevice>> _pulse;
   int64_t _pulsed = 0;  // when the last one came, or the device was opened; on PollTimer's clock
   bool _fix = false;
   std::optional<Position> _position;

@@ -7,6 +7,8 @@
 #include <cmath>
 #include <filesystem>
 
+#include "emulators/push_button.h"
+#include "station/button.h"
 #include "station/controlport.h"
 #include "station/disk.h"
 #include "station/documentfile.h"
@@ -240,6 +242,22 @@ TEST(StationClock, IsSteppedOnceAndThenKept) {
     EXPECT_NEAR(board.ahead, watch ? 5.024 : 0, 1e-4);
     EXPECT_NEAR(clock.Offset().value_or(9), board.ahead, 1e-4);
   }
+}
+
+TEST(StationButton, IsNotListenedToWhenItHasGone) {
+  VirtualTime time;
+  std::optional<PushButton> button(std::in_place);
+  Settings settings;
+  settings.button.device = button->Path();
+  StationButton station(
+      settings, [] {}, [] {});
+  station.Look();
+  EXPECT_TRUE(station.IsConnected());
+  button.reset();
+  const CapturedOutput output;
+  PollFor(5'000);
+  EXPECT_LT(output.Text().size(), 200U);
+  EXPECT_FALSE(station.IsConnected());
 }
 
 TEST(Mishaps, AreBorneButNotTheSameOneForEver) {
