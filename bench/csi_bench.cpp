@@ -20,11 +20,11 @@
 #include <string>
 
 #include "bench/memory_directory.h"
-#include "bench/silence.h"
 #include "bench/turns.h"
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
 #include "tests/support/poll_runner.h"
+#include "tests/support/silence.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

@@ -11,12 +11,12 @@
 #include <vector>
 
 #include "bench/memory_directory.h"
-#include "bench/silence.h"
 #include "bench/turns.h"
 #include "daqm/daqm.h"
 #include "emulators/pty.h"
 #include "logging/daqmlogfile.h"
 #include "tests/support/own_host.h"
+#include "tests/support/silence.h"
 
 namespace {
 

@@ -19,10 +19,10 @@
 #include <thread>
 
 #include "bench/memory_directory.h"
-#include "bench/silence.h"
 #include "emulators/analyser.h"
 #include "examples/recorder.h"
 #include "tests/support/poll_runner.h"
+#include "tests/support/silence.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

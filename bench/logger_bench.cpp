@@ -7,9 +7,9 @@
 #include <memory>
 
 #include "bench/memory_directory.h"
-#include "bench/silence.h"
 #include "bench/turns.h"
 #include "logging/logger.h"
+#include "tests/support/silence.h"
 
 namespace {
 

@@ -19,12 +19,12 @@
 #include "analyser/ch4device.h"
 #include "bench/memory_directory.h"
 #include "bench/news.h"
-#include "bench/silence.h"
 #include "bench/turns.h"
 #include "emulators/analyser.h"
 #include "logging/logger.h"
 #include "net/socket.h"
 #include "runtime/datachecksum.h"
+#include "tests/support/silence.h"
 
 namespace {
 

@@ -22,7 +22,6 @@
 #include <sstream>
 
 #include "bench/memory_directory.h"
-#include "bench/silence.h"
 #include "daqm/daqm.h"
 #include "emulators/analyser.h"
 #include "emulators/campbelllogger.h"
@@ -33,6 +32,7 @@
 #include "emulators/sonic_anemometer.h"
 #include "station/station.h"
 #include "tests/support/poll_runner.h"
+#include "tests/support/silence.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

@@ -11,7 +11,6 @@
 #include <cstdint>
 #include <cstdlib>
 #include <filesystem>
-#include <iostream>
 #include <memory>
 #include <sstream>
 #include <string>
@@ -21,6 +20,7 @@
 #include "runtime/pollprocessor.h"
 #include "station/controlport.h"
 #include "station/station.h"
+#include "tests/support/silence.h"
 
 namespace {
 
@@ -118,10 +118,7 @@ void AskStation(const std::string& line) {
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
-  static std::ostringstream ignored;
-  static const bool silent = std::cout.rdbuf(ignored.rdbuf()) != nullptr;
-  Require(silent);
-  ignored.str("");
+  const Silence silence;
   const std::string bytes(reinterpret_cast<const char*>(data), size);
   const std::vector<std::string> lines = LinesOf(bytes);
   Exchange(bytes, lines);

@@ -37,6 +37,7 @@ unsigned Setting(const char* name, unsigned usual) {
 
 constexpr int kSecond = 1'000, kMinute = 60 * kSecond;  // milliseconds
 constexpr int kUnwritten = 130;                         // lines of the analyser, in 8 KiB and a second
+constexpr int kTroubles = 16;
 
 // What a life of the station leaves for the one who looks at its files; in memory that outlives it.
 struct Ledger {
@@ -54,6 +55,8 @@ struct Ledger {
   } excused[kMost];
   int excuses = 0;
   int sent = 0;  // lines of the analyser
+  int troubles = 0;
+  int deck[kTroubles] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};  // of them, as they come
   int64_t end = VirtualTime::kDefaultWall;
 };
 
@@ -78,7 +81,7 @@ class Life {
     const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     const auto held = descriptors();
     for (int at = 10; at < hours * 60; at += 10) {
-      _Trouble(static_cast<int>(_random() % kTroubles));
+      _Trouble(_NextTrouble());
       _Pass(10 * kMinute);
       Json::Value status;
       std::istringstream(_station->Answer("status")) >> status;
@@ -96,8 +99,6 @@ class Life {
   }
 
  private:
-  static constexpr int kTroubles = 16;
-
   void _Pass(int milliseconds) { PollFor(milliseconds); }
   int _Number() const { return _site.analyser.LinesSent(); }
 
@@ -110,6 +111,16 @@ class Life {
     _ledger.Excuse(from, _Number() + 1);
   }
 
+  void _Tell(const std::string& command) {
+    _station->Answer("<tarno><moorlog><cmd><" + command + ">true</" + command + "></cmd></moorlog></tarno>");
+  }
+
+  // Each one of the day once, in any order, before any comes again.
+  int _NextTrouble() {
+    const int turn = _ledger.troubles++ % kTroubles;
+    if (turn == 0) std::shuffle(std::begin(_ledger.deck), std::end(_ledger.deck), _random);
+    return _ledger.deck[turn];
+  }
   void _Trouble(int which) {
     const int any = static_cast<int>(_random() % 97);
     switch (which) {
@@ -146,7 +157,9 @@ class Life {
         return _site.sonic.Set({.rate = 1});
       case 10:
         _site.gps.SetFix(false);
+        _Tell("startdaqmlivemeasure");
         _Pass(any * kSecond);
+        _Tell("stopdaqmlivemeasure");
         return _site.gps.SetFix(true);
       case 11:
         _site.button.Press();
@@ -204,7 +217,7 @@ class Inspector {
     for (std::string line; std::getline(lines, line);) {
       // Modules and Campbell logger have clocks of their own, which are set.
       const bool own_clock = line.find("bog-campbell-") != line.npos || line.find("s.txt:") != line.npos ||
-                             line.find("-backup.txt:") != line.npos;
+                             line.find("-backup.txt:") != line.npos || line.find("-live.txt:") != line.npos;
       if (line.find(" findings, ") == line.npos && !(own_clock && line.find("the time goes back") != line.npos))
         ADD_FAILURE() << line;
     }
@@ -262,7 +275,7 @@ void ExpectWholeStateFiles(const TempDirectory& dir) {
 TEST(StationDay, LosesNothingThatCouldBeWritten) {
   if (geteuid() != 0 || !MountNamespaceAvailable()) GTEST_SKIP() << "needs root, and / to be a mount point";
   const TempDirectory dir;
-  const unsigned seed = Setting("MOORLOG_STATION_SEED", 1), hours = Setting("MOORLOG_STATION_HOURS", 2);
+  const unsigned seed = Setting("MOORLOG_STATION_SEED", 1), hours = Setting("MOORLOG_STATION_HOURS", 3);
   auto& ledger = *new (mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Ledger;
   const ChildResult result = RunInMountNamespace([&] {
     ASSERT_TRUE(EnterOwnNetwork());

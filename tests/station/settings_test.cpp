@@ -46,6 +46,9 @@ TEST(Settings, NameTheLineOfWhatCantBeTaken) {
       {"\nfoo = 1", "2: there is no key 'foo'"},
       {"[gps]\nfoo = 2", "2: there is no key 'gps.foo'"},
       {"config = \"x\"", "1: there is no key 'config'"},
+      {"check = true", "1: there is no key 'check'"},
+      {"help = true", "1: there is no key 'help'"},
+      {"version = true", "1: there is no key 'version'"},
       {"[disk]\n\nsplit = 0", "3: disk.split: '0' is not a whole number from 1 to 604800"},
       {"[disk]\nsplit = 604801", "2: disk.split: '604801' is not a whole number from 1 to 604800"},
       {"[disk]\nsplit = [1,2]", "2: disk.split: At Most 1 required but received 2"},
@@ -55,6 +58,8 @@ TEST(Settings, NameTheLineOfWhatCantBeTaken) {
        "2: disk.path: '/a b' can't be part of a data file's name: no blanks, quotes and "
        "\\*?[], and no '-' in front"},
       {"name = \"a/b\"", "1: name: 'a/b' is a path, and no name"},
+      {"name = \"-a\"",
+       "1: name: '-a' can't be part of a data file's name: no blanks, quotes and \\*?[], and no '-' in front"},
       {"verbose=maybe", "1: Could not convert: --verbose = maybe"},
       {"[analyser]\nrecord=\"x\"", "2: analyser.record: x not in {all,some,none}"},
   };

@@ -11,7 +11,6 @@
 #include "station/button.h"
 #include "station/controlport.h"
 #include "station/disk.h"
-#include "station/documentfile.h"
 #include "station/mishaps.h"
 #include "station/recordfiles.h"
 #include "station/stationclock.h"
@@ -29,16 +28,19 @@ namespace {
 // How far the board's clock is ahead, in seconds, and what it is told.
 struct {
   double ahead = 0, ppm = 0;
-  int steps = 0, refuses = 0;
+  int steps = 0;
+  bool refuses = false;
 } board;
 
 }  // namespace
 
 extern "C" int __wrap_adjtimex(timex* wanted) {
+  if (board.refuses) return errno = EPERM, -1;
   board.ppm = static_cast<double>(wanted->freq) / 65536;
   return 0;
 }
 extern "C" int __wrap_settimeofday(const timeval* time, const struct timezone*) {
+  if (board.refuses) return errno = EPERM, -1;
   timeval now;
   gettimeofday(&now, nullptr);
   const double by =
@@ -50,39 +52,7 @@ extern "C" int __wrap_settimeofday(const timeval* time, const struct timezone*) 
 
 namespace {
 
-TEST(DocumentFile, KeepsTheDocumentAndPutsADamagedOneAside) {
-  const TempDirectory dir;
-  const DocumentFile file(dir / "moorlog.xml");
-  const auto set = [](DocMoorlog& document, const std::string& text) {
-    std::istringstream in(text);
-    std::ostringstream out;
-    document.configure(in, out);
-  };
-  DocMoorlog document, again, third;
-  file.Load(document);
-  EXPECT_FALSE(document.has_changed());
-  set(document,
-      "<tarno><moorlog><cfg><head>a &lt; b</head><sonicbaud>9600</sonicbaud></cfg><cmd><reboot>true</reboot>"
-      "</cmd></moorlog></tarno>");
-  file.Save(document);
-  EXPECT_TRUE(document.moorlog.cmd.reboot.get());
-  file.Load(again);
-  EXPECT_EQ(again.moorlog.cfg.head.get(), "a < b");
-  EXPECT_EQ(again.moorlog.cfg.sonicbaud.get(), 9600);
-  EXPECT_FALSE(again.has_changed() || again.moorlog.cmd.reboot.get());
-
-  const std::string whole = dir.Read("moorlog.xml");
-  for (const std::string& damaged : {std::string(), whole.substr(0, whole.size() / 2), whole + "x", std::string("<a/>"),
-                                     std::string("<tarno><moorlog><cfg><head>b</head><network><ipaddress>x</"
-                                                 "ipaddress></network></cfg></moorlog></tarno>")}) {
-    dir.Write("moorlog.xml", damaged);
-    file.Load(third);
-    EXPECT_EQ(third.moorlog.cfg.head.get(), "") << damaged;
-    EXPECT_EQ(dir.Read("moorlog.xml.damaged"), damaged);
-    EXPECT_FALSE(std::filesystem::exists(dir / "moorlog.xml"));
-  }
-}
-
+// A tool at the control port.
 struct Tool {
   explicit Tool(const ControlPort& port) : socket(Socket::FamilyIPv4, Socket::TypeStream, 0) {
     SocketAddress address("127.0.0.1");
@@ -90,49 +60,51 @@ struct Tool {
     socket.Connect(address);
     socket.SetNonBlock();
   }
-  bool Got(const std::string& text) {
+  bool Asks(const std::string& request) {
+    socket.Write(request + '\n');
+    std::string more;
     return PollUntil([&] {
-      std::string more;
-      if (recv(socket.Fileno(), nullptr, 0, MSG_PEEK | MSG_DONTWAIT) == 0) socket.Read(more);
-      got += more;
-      return got == text;
+      const bool open = recv(socket.Fileno(), nullptr, 0, MSG_PEEK | MSG_DONTWAIT) < 0;
+      if (!open) socket.Read(more);
+      return more == '<' + request + ">\n";
     });
   }
-  bool Closed() {
-    char byte;
-    return PollUntil([&] { return recv(socket.Fileno(), &byte, 1, MSG_DONTWAIT) == 0 || errno == ECONNRESET; });
+  bool Closed() const {
+    std::vector<char> block(1 << 16);
+    return PollUntil([&] {
+      ssize_t size;
+      while ((size = recv(socket.Fileno(), block.data(), block.size(), MSG_DONTWAIT)) > 0) continue;
+      return size == 0 || errno == ECONNRESET;
+    });
   }
   Socket socket;
-  std::string got;
 };
 
-TEST(ControlPort, AnswersLinesAndBearsEveryClient) {
-  const ControlPort port(0, "lo", [](const std::string& request) {
-    if (request == "throw") throw std::runtime_error("text");
-    return request == "long" ? std::string(600'000, 'x') : '<' + request + '>';
+// What it answers is held against plain lines in fuzz/control_fuzz.cpp.
+TEST(ControlPort, BearsEveryClient) {
+  constexpr size_t kMuch = ControlPort::kLongestQueue / 2;
+  const ControlPort port(0, "lo", [&](const std::string& request) {
+    return '<' + request + (request == "long" ? std::string(kMuch, 'x') : "") + '>';
   });
-  Tool tool(port);
-  tool.socket.Write("one\r\n\ntw");
-  EXPECT_TRUE(tool.Got("<one>\n"));
-  tool.socket.Write("o\nthrow\n");
-  EXPECT_TRUE(tool.Got("<one>\n<two>\nERROR: text\n"));
-
   std::vector<std::unique_ptr<Tool>> many;
-  for (size_t i = 1; i < ControlPort::kMostClients; ++i) {
+  for (size_t i = 0; i < ControlPort::kMostClients; ++i) {
     many.push_back(std::make_unique<Tool>(port));
-    many.back()->socket.Write("x\n");
-    EXPECT_TRUE(many.back()->Got("<x>\n"));
+    EXPECT_TRUE(many.back()->Asks("x"));
   }
   EXPECT_TRUE(Tool(port).Closed());
+  // Leaves; asks for more than it reads; asks without an end.
   many[0]->socket.Shutdown(Socket::ShutdownWrite);
   EXPECT_TRUE(many[0]->Closed());
+  for (int i = 0; i < 100; ++i) many[1]->socket.Write("long\n");
+  PollPasses(100);
+  EXPECT_TRUE(many[1]->Closed());
+  std::string sent(ControlPort::kLongestRequest + 1, 'x');
   EXPECT_TRUE(PollUntil([&] {
-    Tool next(port);
-    next.socket.Write("y\n");
-    PollPasses(10);
-    char byte;
-    return recv(next.socket.Fileno(), &byte, 1, MSG_DONTWAIT) == 1;
+    if (!sent.empty()) sent.erase(0, static_cast<size_t>(many[2]->socket.Write(sent)));
+    return sent.empty();
   }));
+  EXPECT_TRUE(many[2]->Closed());
+  EXPECT_TRUE(PollUntil([&] { return Tool(port).Asks("y"); })) << "there is room again";
   EXPECT_EQ(ErrorText([] { ControlPort(0, "none", [](const std::string& text) { return text; }); }),
             "Unable to use the interface none: No such device");
 }
@@ -216,6 +188,37 @@ TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
   EXPECT_TRUE(dir.Read("x-2024-03-01T000005.txt").ends_with("Timezone:\tUTC\nXH\tCHK\n3\n"));
 }
 
+TEST(RecordFiles, AFullDiskTakesWholeLinesAndARefusingOneNone) {
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
+  const TempDirectory dir;
+  const ChildResult child = RunInMountNamespace([&] {
+    const VirtualTime time;
+    MountEmpty(dir.Path(), "size=64k");
+    const Disk disk(dir.Path(), false);
+    RecordFiles files(disk, "x", 3'600);
+    const std::string head = "Timezone:\tUTC\n", line = std::string(999, '.') + '\n';
+    files.Write(std::string(100'000, '.') + '\n');
+    files.LookAtDisk();
+    EXPECT_TRUE(dir.Read("x-2024-03-01T000000.txt").ends_with(head));
+    for (int i = 0; i < 100; ++i) files.Write(line);
+    files.LookAtDisk();
+    const std::string kept = dir.Read("x-2024-03-01T000001.txt");
+    EXPECT_EQ((kept.size() - kept.find(head) - head.size()) % line.size(), 0U);
+    EXPECT_GT(kept.size(), 50'000U);
+    std::filesystem::remove(dir / "x-2024-03-01T000001.txt");
+    const int64_t written = files.Written(), lost = files.Lost();
+    EXPECT_EQ(written + lost, 101);
+    for (const bool refuses : {true, false}) {
+      mount(nullptr, dir.Path().c_str(), nullptr, MS_REMOUNT | (refuses ? MS_RDONLY : 0), nullptr);
+      files.LookAtDisk();
+      files.Write(line);
+    }
+    EXPECT_EQ(files.Lost(), lost + 1);
+    EXPECT_EQ(files.Written(), written + 1);
+  });
+  EXPECT_EQ(child.exit_status, 0) << child.output;
+}
+
 // A clock that runs 20 ppm fast and begins 5 s ahead.
 TEST(StationClock, IsSteppedOnceAndThenKept) {
   const TempDirectory dir;
@@ -258,6 +261,20 @@ TEST(StationButton, IsNotListenedToWhenItHasGone) {
   PollFor(5'000);
   EXPECT_LT(output.Text().size(), 200U);
   EXPECT_FALSE(station.IsConnected());
+}
+
+TEST(StationClock, TellsOnceWhatTheSystemRefuses) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const TempDirectory dir;
+  dir.Write("zones/UTC", "");
+  const VirtualTime time;
+  board = {.refuses = true};
+  LinuxClock linux_clock(dir / "zones", dir / "link", dir / "zone", dir / "rtc");
+  StationClock clock(linux_clock, false, {4, 8});
+  const CapturedOutput output;
+  for (const int late : {1, 3, 4}) clock.GotFix(TimeVal(VirtualTime::kDefaultWall - late));
+  EXPECT_EQ(output.Text(), "ERROR: Unable to set system time: Operation not permitted\n");
+  EXPECT_EQ(clock.Offset(), 4);
 }
 
 TEST(Mishaps, AreBorneButNotTheSameOneForEver) {

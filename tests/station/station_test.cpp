@@ -6,7 +6,7 @@
 #include <jsoncpp/json/json.h>
 
 #include <filesystem>
-#include <fstream>
+#include <map>
 #include <optional>
 #include <set>
 
@@ -36,6 +36,15 @@ struct World {
     Json::Value status;
     std::istringstream(station->Status()) >> status;
     return status;
+  }
+  // What stands in the station's files, by their names.
+  std::map<std::string, std::string> Files() const {
+    std::map<std::string, std::string> files;
+    for (const auto& entry : std::filesystem::directory_iterator(settings.disk.path)) {
+      const std::string name = entry.path().filename();
+      if (name.starts_with("bog-") && name.ends_with(".txt")) files[name] = dir.Read("disk/" + name);
+    }
+    return files;
   }
 
   const TempDirectory dir;
@@ -88,21 +97,47 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   int soil_files = 0;
   std::set<std::string> families;
   std::string found;
-  for (const auto& entry : std::filesystem::directory_iterator(world.settings.disk.path)) {
-    const std::string name = entry.path().filename();
-    soil_files += name.starts_with("bog-soil-2") ? 1 : 0;
-    if (!name.starts_with("bog-") || name.find("-soil-") != std::string::npos || !name.ends_with(".txt")) continue;
+  for (const auto& [name, text] : world.Files()) {
+    if (name.starts_with("bog-soil-")) {
+      ++soil_files;
+      continue;
+    }
     families.insert(name.substr(4, name.find('-', 4) - 4));
-    std::ifstream file(entry.path());
-    Verifier verifier(0, [&](int64_t line, const std::string& what) {
-      found += name + ':' + std::to_string(line) + ": " + what + '\n';
+    Verifier verifier(0, [&, of = name](int64_t line, const std::string& what) {
+      found += of + ':' + std::to_string(line) + ": " + what + '\n';
     });
-    verifier.Feed(std::string(std::istreambuf_iterator<char>(file), {}));
+    verifier.Feed(text);
     verifier.End();
   }
   EXPECT_EQ(found, "");
   EXPECT_EQ(soil_files, first_life + second_life);  // those that had to wait for the disk as well
   EXPECT_EQ(families, (std::set<std::string>{"analyser", "campbell", "gps", "sonic"}));
+}
+
+TEST(Station, RecordsNoMoreThanItIsToldTo) {
+  for (const std::string what : {"some", "none"}) {
+    World world;
+    Settings& settings = world.settings;
+    settings.analyser.record = what;
+    settings.analyser.columns = {"CH4"};
+    settings.gps.record = settings.sonic.record = settings.soil.record = false;
+    settings.gps.pulse = settings.button.device = "";
+    settings.campbell.directory = world.dir.Path();
+    world.station.emplace(settings, ZonesIn(world.dir));
+    world.station->Answer(world.site.Document());
+    for (const char* name : {"analyser", "sonic", "gps", "campbell"})
+      EXPECT_TRUE(PollUntil([&] { return world.Status()["instruments"][name]["records"].asInt() > 0; }, 300'000))
+          << name;
+    world.station.reset();
+    std::string told;
+    for (const auto& [name, text] : world.Files()) {
+      if (name.starts_with("bog-analyser-"))
+        told = text.substr(text.find("DATAH"), text.find("DATA\t") - text.find("DATAH"));
+      else
+        EXPECT_TRUE(name.starts_with("bog-campbell-")) << name;
+    }
+    EXPECT_EQ(told, what == "none" ? "" : "DATAH\tSECONDS\tNANOSECONDS\tCH4\tCHK\n");
+  }
 }
 
 }  // namespace

@@ -1,4 +1,4 @@
-// Standard output goes nowhere while the object lives: some jobs tell of what they do, in the middle of the results.
+// What goes to standard output by its stream goes nowhere while the object lives.
 
 #pragma once
 
