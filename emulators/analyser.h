@@ -43,7 +43,8 @@ class Analyser : public LineServer, public PollTimer, private Doc5500::Listener 
   // Each line that it was sent, without its end.
   const std::vector<std::string>& Commands() const { return _commands; }
   void ForgetCommands() { _commands.clear(); }
-  int LinesSent() const { return _lines; }          // of data
+  int LinesSent() const { return _lines; }          // of data; the number of the next one
+  void CountFrom(int number) { _lines = number; }   // as if so many had been sent
   int DocumentsSent() const { return _documents; }  // acknowledgements, answers, errors and changes
 
   // Through the Avahi daemon, as a service of this host; by Vanish it is withdrawn and nobody can connect any more.

@@ -2,13 +2,14 @@
 
 #include <sys/time.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <ctime>
 
 namespace {
 
-constexpr int kTick = 100;  // milliseconds
+constexpr int64_t kTick = 100'000'000;  // nanoseconds
 constexpr int kTicksPerSecond = 10;
 constexpr int kLate = 2;                   // ticks from the moment that a sentence is of until it comes
 constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
@@ -49,12 +50,15 @@ int64_t Tenths() {
 
 GPSReceiver::GPSReceiver(Make make, int rate)
     : PollItem(POLLIN, true),
-      PollTimer(kTick, true),
+      PollTimer(-1, true),
       _make(make),
       _rate(rate),
       _next_rate(rate),
       _started(Tenths()),
-      _outputs{{"GPRMC", 1}, {"GPGGA", 1}, {"GPGSA", 1}, {"GPGSV", 1}, {"GPVTG", 1}} {}
+      _began(PollTimer::Now()),
+      _outputs{{"GPRMC", 1}, {"GPGGA", 1}, {"GPGSA", 1}, {"GPGSV", 1}, {"GPVTG", 1}} {
+  _WaitForNext();
+}
 
 std::string GPSReceiver::Sentence(std::string_view body) {
   unsigned char sum = 0;
@@ -81,9 +85,11 @@ std::string GPSReceiver::Compose(std::string_view name, int64_t tenths, bool fix
 
 void GPSReceiver::HandleRead() {
   _input += _pty.Read();
+  _Tick();
   if (_pty.Speed() != _rate || _ticks < _silent_until) _input.clear();
   for (size_t end; (end = _input.find('\n')) != std::string::npos; _input.erase(0, end + 1))
     _Obey(_input.substr(0, _input.find_first_of("\r\n")));
+  _WaitForNext();
 }
 
 void GPSReceiver::_Obey(const std::string& command) {
@@ -115,13 +121,32 @@ void GPSReceiver::_ObeyHemisphere(const std::vector<std::string>& words) {
 }
 
 void GPSReceiver::HandleTimeout() {
-  AddTimeout(kTick);
-  ++_ticks;
-  if (_ticks < _silent_until) return;
-  const int64_t tenths = _started + _ticks - kLate;
-  for (const auto& [name, rate] : _outputs)
-    if (rate > 0 && tenths * rate % kTicksPerSecond < rate && name.starts_with("GP"))
-      _Send(Compose(name, tenths, _fix));
+  _Tick();
+  _WaitForNext();
+}
+
+// All ticks until now, as the timer may come late.
+void GPSReceiver::_Tick() {
+  std::string sentences;
+  for (const int64_t now = (PollTimer::Now() - _began) / kTick; _ticks < now;) {
+    ++_ticks;
+    for (const auto& [name, rate] : _outputs)
+      if (_IsDue(name, rate, _ticks)) sentences += Compose(name, _started + _ticks - kLate, _fix);
+  }
+  if (!sentences.empty()) _Send(sentences);
+}
+
+bool GPSReceiver::_IsDue(const std::string& name, int rate, int64_t tick) const {
+  return tick >= _silent_until && rate > 0 && (_started + tick - kLate) * rate % kTicksPerSecond < rate &&
+         name.starts_with("GP");
+}
+
+// Ticks without a sentence pass unnoticed.
+void GPSReceiver::_WaitForNext() {
+  int64_t next = _ticks + 1;
+  const auto is_due = [&](const auto& output) { return _IsDue(output.first, output.second, next); };
+  while (next < _ticks + kTicksPerSecond && std::none_of(_outputs.begin(), _outputs.end(), is_due)) ++next;
+  SetTimeout(static_cast<int>(std::max<int64_t>(_began + next * kTick - PollTimer::Now() + 999'999, 0) / 1'000'000));
 }
 
 void GPSReceiver::_Send(const std::string& bytes) {

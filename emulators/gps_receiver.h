@@ -56,6 +56,9 @@ class GPSReceiver : public PollItem, public PollTimer {
   void _Obey(const std::string& command);
   void _ObeyGarmin(const std::vector<std::string>& words);
   void _ObeyHemisphere(const std::vector<std::string>& words);
+  void _Tick();
+  bool _IsDue(const std::string& name, int rate, int64_t tick) const;
+  void _WaitForNext();
   void _Send(const std::string& bytes);
 
   const Make _make;
@@ -64,7 +67,8 @@ class GPSReceiver : public PollItem, public PollTimer {
   int _next_rate;
   int _restarts = 0;
   const int64_t _started;     // tenths of a second since 1970; its own clock goes on from there
-  int64_t _ticks = 0;         // likewise, since then
+  const int64_t _began;       // the same moment on PollTimer's clock
+  int64_t _ticks = 0;         // tenths of a second since then, as far as it has been
   int64_t _silent_until = 0;  // in ticks
   bool _fix = true;
   std::map<std::string, int> _outputs;  // sentence and how often a second

@@ -14,7 +14,8 @@ Site::Site(const Plan& as)
       analyser(kHost),
       gps(plan.fast ? GPSReceiver::Hemisphere : GPSReceiver::Garmin, plan.fast ? kBaud : 38'400),
       sonic(kBaud, {.rate = plan.sonic_rate}),
-      soil(plan.soil, plan.chamber) {
+      soil(plan.soil, plan.chamber),
+      modules(plan.bus) {
   if (plan.fast) analyser.SetRate(Analyser::kFastest);
 }
 

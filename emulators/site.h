@@ -22,6 +22,7 @@ struct Site {
     std::string soil = "127.0.0.1";  // the address of the chamber, one for each site on a machine
     SoilInstrument::Settings chamber = {};
     bool modules = true;  // the station is told of their bus
+    DAQMBus::Settings bus = {};
   };
   explicit Site(const Plan& plan);
 
@@ -38,6 +39,6 @@ struct Site {
   SonicAnemometer sonic;
   PushButton button;
   SoilInstrument soil;
-  DAQMBus modules{{}};
+  DAQMBus modules;
   CampbellLogger campbell;
 };
