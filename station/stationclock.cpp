@@ -81,13 +81,16 @@ void StationClock::_Step(double seconds) {
   });
 }
 
+// Raising rights for what is in force already would wake each thread, and change nothing.
 void StationClock::_SetFrequency(long frequency) {
+  if (frequency == _frequency) return;
   _Set([&] {
     const SuperUser rights;
     timex wanted{};
     wanted.modes = ADJ_FREQUENCY;
     wanted.freq = frequency;
     if (adjtimex(&wanted) < 0) ThrowErrno("Unable to set the clock's frequency");
+    _frequency = frequency;
   });
 }
 

@@ -57,7 +57,8 @@ class StationClock {
   int64_t _pulse_came = 0;    // on PollTimer's clock, nanoseconds; 0: none that is waiting for its fix
   int64_t _hardware_set = 0;  // likewise; 0: not yet
   std::optional<double> _offset;
-  bool _trusted = false;  // has been set, or found right, once
+  std::optional<long> _frequency;  // that the kernel has been told
+  bool _trusted = false;           // has been set, or found right, once
   int64_t _steps = 0;
   std::string _told;  // the last error
 };
