@@ -2,12 +2,14 @@
 
 #include <gtest/gtest.h>
 #include <jsoncpp/json/json.h>
+#include <malloc.h>
 #include <sched.h>
 #include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 
 #include <csignal>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <map>
@@ -39,67 +41,93 @@ constexpr int kSecond = 1'000, kMinute = 60 * kSecond;  // milliseconds
 constexpr int kUnwritten = 130;                         // lines of the analyser, in 8 KiB and a second
 constexpr int kTroubles = 16;
 
-// What a life of the station leaves for the one who looks at its files; in memory that outlives it.
+// What the lives of the station leave for the one who looks at its files; in memory that outlives them. Lines of the
+// analyser are numbered through all lives.
 struct Ledger {
-  static constexpr int kMost = 1'000;
-  // Lines of the analyser, by number, that needn't be in a file.
+  static constexpr int kMost = 10'000;
+  // Lines that needn't be in a file.
   void Excuse(int from, int to) {
     if (excuses < kMost) excused[excuses++] = {from, to};
-  }
-  bool IsExcused(int number) const {
-    return std::any_of(excused, excused + excuses,
-                       [&](const auto& range) { return number >= range.from && number <= range.to; });
   }
   struct Range {
     int from, to;
   } excused[kMost];
   int excuses = 0;
-  int sent = 0;  // lines of the analyser
+  int sent = 0;
   int troubles = 0;
   int deck[kTroubles] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};  // of them, as they come
   int64_t end = VirtualTime::kDefaultWall;
 };
 
+// Ends this process, without a word, once it has worked for so many nanoseconds more: wherever in a pass that may be.
+void KillAfter(long nanoseconds) {
+  sigevent event{};
+  event.sigev_signo = SIGKILL;
+  timer_t timer;
+  const itimerspec moment{{}, {0, nanoseconds}};
+  if (timer_create(CLOCK_PROCESS_CPUTIME_ID, &event, &timer) != 0 || timer_settime(timer, 0, &moment, nullptr) != 0)
+    throw std::runtime_error("timer");
+}
+
 // One life: emulators, station and their time. The disk is a mount of `drawer`, so that it can be taken away and put
-// back.
+// back. Now and then it is as at a real station, at high rates; most of the time it takes as little as it can.
 class Life {
  public:
   Life(const TempDirectory& dir, Ledger& ledger, unsigned seed)
-      : _dir(dir), _disk(dir / "disk"), _ledger(ledger), _random(seed), _time(ledger.end + 600) {
-    ledger.excuses = 0;
+      : _dir(dir),
+        _disk(dir / "disk"),
+        _ledger(ledger),
+        _random(seed),
+        _time(ledger.end + 600),
+        _site(seed % 16 == 0 ? Site::Plan{.fast = true, .soil = "127.5.1.8"}
+                             : Site::Plan{.sonic_rate = 1,
+                                          .soil = "127.5.1.8",
+                                          .chamber = {.data = 10},
+                                          .modules = seed % 2 == 0,
+                                          .bus = {.interval = 10}}) {
     _time.Hurry();
     settable_time = &_time;
     DAQM::port_to_dev.at(1).device = _site.modules.Path();
+    _site.analyser.CountFrom(ledger.sent);
     _station.emplace(SettingsFor(_site, dir), ZonesIn(dir));
     _station->Answer(_site.Document());
-    _site.analyser.SetRate(1);
+    if (!_site.plan.fast) _site.analyser.SetRate(1);
   }
 
-  // To its end, or to a kill.
-  void Run(int hours, bool killed) {
-    _Pass(10 * kMinute);
+  // To its end, or to a kill at any moment until then.
+  void Run(int minutes, bool killed) {
+    const int last = static_cast<int>(_random() % static_cast<unsigned>(minutes * kMinute));
+    if (killed) _time.Schedule(last, [this] { KillAfter(1 + static_cast<long>(_random() % 10'000'000)); });
+    _Pass(2 * kMinute);
     const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     const auto held = descriptors();
-    for (int at = 10; at < hours * 60; at += 10) {
+    size_t heap = 0;
+    for (int at = 0; at < minutes || killed; at += 10) {
       _Trouble(_NextTrouble());
       _Pass(10 * kMinute);
       Json::Value status;
       std::istringstream(_station->Answer("status")) >> status;
-      EXPECT_EQ(status["instruments"].size(), 7U);
+      for (const char* name : {"analyser", "sonic", "gps", "campbell"})
+        EXPECT_TRUE(status["instruments"][name]["connected"].asBool() &&
+                    !status["instruments"][name]["silent"].asBool())
+            << name;
+      if (at == 24 * 60) heap = mallinfo2().uordblks;
     }
     _Pass(2 * kMinute);
-    EXPECT_LE(descriptors(), held + 1) << "of the hours";
-    _ledger.sent = _site.analyser.LinesSent();
-    _ledger.end = time(nullptr);
-    if (killed) {
-      _ledger.Excuse(_ledger.sent - kUnwritten, _ledger.sent);
-      raise(SIGKILL);
-    }
+    EXPECT_LE(descriptors(), held + 4) << "of the hours";  // files of the modules
+    if (heap > 0) std::fprintf(stderr, "heap %zu %zu\n", heap, mallinfo2().uordblks);
     _station.reset();
+    _Note();
   }
 
  private:
-  void _Pass(int milliseconds) { PollFor(milliseconds); }
+  void _Note() {
+    _ledger.sent = _site.analyser.LinesSent();
+    _ledger.end = time(nullptr);
+  }
+  void _Pass(int milliseconds) {
+    PollUntil([this] { return _Note(), false; }, milliseconds);
+  }
   int _Number() const { return _site.analyser.LinesSent(); }
 
   // Lasts for less than ten minutes. Lines of the analyser that are sent meanwhile may be lost, and so may `before`.
@@ -152,9 +180,9 @@ class Life {
       case 8:
         return _site.soil.Misbehave(any % SoilInstrument::kMisbehaviours);
       case 9:
-        _site.sonic.Set({.rate = 1, .bad_sums = true});
+        _site.sonic.Set({.rate = _site.plan.sonic_rate, .bad_sums = true});
         _Pass(any * kSecond);
-        return _site.sonic.Set({.rate = 1});
+        return _site.sonic.Set({.rate = _site.plan.sonic_rate});
       case 10:
         _site.gps.SetFix(false);
         _Tell("startdaqmlivemeasure");
@@ -203,16 +231,19 @@ class Life {
   Ledger& _ledger;
   std::mt19937 _random;
   VirtualTime _time;
-  Site _site{{.sonic_rate = 1, .soil = "127.5.1.8"}};
+  Site _site;
   std::optional<Station> _station;
 };
 
-// Looks at all files of a life, and takes them away but for those that a kill has left open.
+// Looks at all files after each life, and takes them away but for those that a kill has left open: those are the next
+// life's to finish.
 class Inspector {
  public:
-  Inspector(const TempDirectory& dir, const Ledger& ledger) : _drawer(dir / "drawer") {
+  explicit Inspector(const TempDirectory& dir) : _drawer(dir / "drawer") {}
+
+  void Look(Ledger& ledger, bool killed) {
     std::string findings;
-    RunProgramCaptureStdout(MOORLOG_VERIFY " " + _drawer, findings);
+    RunProgramCaptureStdout(MOORLOG_VERIFY " " + _drawer.string(), findings);
     std::istringstream lines(findings);
     for (std::string line; std::getline(lines, line);) {
       // Modules and Campbell logger have clocks of their own, which are set.
@@ -221,18 +252,27 @@ class Inspector {
       if (line.find(" findings, ") == line.npos && !(own_clock && line.find("the time goes back") != line.npos))
         ADD_FAILURE() << line;
     }
+    if (killed) {
+      ledger.Excuse(ledger.sent - kUnwritten, ledger.sent + kUnwritten);
+      ledger.sent += kUnwritten;
+    }
+    _found.resize(static_cast<size_t>(ledger.sent));
+    _excused.resize(_found.size());
+    std::vector<fs::path> finished;
     for (const auto& entry : fs::directory_iterator(_drawer))
-      if (entry.path().filename().string().starts_with("bog-analyser-")) _Take(entry.path());
-    std::error_code ignored;
-    for (int number = 0, missing = 0; number < ledger.sent && missing < 5; ++number)
-      if (_found.count(number) == 0 && !ledger.IsExcused(number)) {
-        ADD_FAILURE() << "line " << number << " of " << ledger.sent << " is in no file";
-        ++missing;
-      }
-    for (const auto& entry : fs::directory_iterator(_drawer))
-      if (entry.is_regular_file() && entry.path().extension() != ".part") fs::remove(entry.path(), ignored);
+      if (entry.path().extension() != ".part" && entry.is_regular_file()) finished.push_back(entry.path());
+    for (const fs::path& path : finished)
+      if (path.filename().string().starts_with("bog-analyser-")) _Take(path);
+    for (const fs::path& path : finished) fs::remove(path);
+    if (killed) return;
+    for (; ledger.excuses > 0; --ledger.excuses)
+      for (auto [number, last] = ledger.excused[ledger.excuses - 1]; number <= last; ++number)
+        if (number >= 0 && number < ledger.sent) _excused[number] = true;
+    for (; _checked < _found.size(); ++_checked)
+      if (!_found[_checked] && !_excused[_checked]) ADD_FAILURE() << "line " << _checked << " is in no file";
+    for (const auto& entry : fs::directory_iterator(_drawer)) EXPECT_EQ(entry.path().filename(), "else");
   }
-  size_t Found() const { return _found.size(); }
+  auto Found() const { return std::count(_found.begin(), _found.end(), true); }
 
  private:
   // An archive whose text is there as well, as its disk went at that moment, isn't looked at.
@@ -253,13 +293,15 @@ class Inspector {
         continue;
       if (line + '\n' != Analyser::DataLine(seconds, nanoseconds, number)) ADD_FAILURE() << line;
       if (number <= last) ADD_FAILURE() << path << ": " << number << " behind " << last;
-      if (!_found.insert(number).second) ADD_FAILURE() << path << ": " << number << " once more";
+      if (_found.at(number)) ADD_FAILURE() << path << ": " << number << " once more";
+      _found[number] = true;
       last = number;
     }
   }
 
-  const std::string _drawer;
-  std::set<int> _found;
+  const fs::path _drawer;
+  std::vector<bool> _found, _excused;  // by number
+  size_t _checked = 0;                 // as far as this
 };
 
 void ExpectWholeStateFiles(const TempDirectory& dir) {
@@ -279,8 +321,10 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
   auto& ledger = *new (mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Ledger;
   const ChildResult result = RunInMountNamespace([&] {
     ASSERT_TRUE(EnterOwnNetwork());
-    AdoptOrphans();  // the zip programs
-    for (const char* name : {"rtc", "disk/x/y", "drawer/x"}) dir.Write(name, "");
+    setenv("TZ", "UTC0", 1);  // each conversion of a time looks at the zone's file otherwise
+    AdoptOrphans();           // the zip programs
+    for (const char* name : {"rtc", "disk/x/y", "drawer/x", "state/x"}) dir.Write(name, "");
+    MountEmpty(dir / "state");  // or each fsync would be a real one
     MountEmpty("/sys/class");
     fs::create_directories("/sys/class/gpio/gpio13");
     for (const char* name : {"active_low", "direction", "value"})
@@ -289,19 +333,23 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
     fs::create_directory(dir / "drawer/else");
     Life::Mount(dir);
     std::mt19937 random(seed);
-    unsigned passed = 0;
-    for (int life = 0; passed < hours; ++life) {
-      const unsigned length = std::min(hours - passed, 1 + static_cast<unsigned>(random() % 12));
-      const bool killed = random() % 2 == 0;
-      passed += length;
+    Inspector inspector(dir);
+    for (unsigned left = hours * 60, length; left > 0; left -= length) {
+      // In a long run one of the lives is half of it.
+      const bool first = left == hours * 60 && hours > 48;
+      length = first ? left / 2 : std::min<unsigned>(left, 1 + random() % (random() % 4 == 0 ? 24 * 60 : 60));
+      const bool killed = !first && length < left && random() % 2 == 0;
       const unsigned fate = random();
-      const ChildResult end = RunInChild([&] { Life(dir, ledger, fate).Run(static_cast<int>(length), killed); });
+      const ChildResult end = RunInChild([&] {
+        if (killed && fate % 8 == 1) KillAfter(1 + fate % 50'000'000);
+        Life(dir, ledger, fate).Run(static_cast<int>(length), killed);
+      });
       EXPECT_TRUE(killed ? end.signal == SIGKILL : end.exit_status == 0) << end.signal << end.output;
       for (int status = 0; wait(&status) > 0;) continue;
-      const Inspector inspector(dir, ledger);
-      EXPECT_GT(inspector.Found(), length * 1'800) << "life " << life << ", of " << ledger.sent;
+      inspector.Look(ledger, killed);
       ExpectWholeStateFiles(dir);
     }
+    EXPECT_GT(2 * inspector.Found(), ledger.sent);
   });
   EXPECT_EQ(result.exit_status, 0) << result.output;
 }

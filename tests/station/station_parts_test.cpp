@@ -47,6 +47,7 @@ extern "C" int __wrap_settimeofday(const timeval* time, const struct timezone*) 
       static_cast<double>(time->tv_sec - now.tv_sec) + static_cast<double>(time->tv_usec - now.tv_usec) / 1e6;
   board.ahead += by;
   board.steps += std::abs(by) > 1e-4 ? 1 : 0;
+  if (settable_time != nullptr) settable_time->StepWall(std::llround(by * 1e9));
   return 0;
 }
 
