@@ -19,10 +19,10 @@
 #include <sstream>
 #include <string>
 
-#include "bench/memory_directory.h"
 #include "bench/turns.h"
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
+#include "emulators/temp_directory.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/silence.h"
 #include "tests/support/virtual_time.h"
@@ -35,7 +35,7 @@ constexpr int kWeek = 7 * 24;     // hours
 
 // Zones are those of this machine's environment: the clock needs only a tree to read.
 struct Clock : LinuxClock {
-  explicit Clock(const MemoryDirectory& directory)
+  explicit Clock(const TempDirectory& directory)
       : LinuxClock(directory.Path(), directory.Path() + "/link", directory.Path() + "/zone", "") {}
 };
 
@@ -75,7 +75,7 @@ std::string Body() {
 
 void Reply(benchmark::State& state) {
   setenv("TZ", "CET-1CEST,M3.5.0,M10.5.0/3", 0);
-  const MemoryDirectory directory;
+  const TempDirectory directory{TempDirectory::Memory()};
   Clock clock(directory);
   Pull pull(clock, directory.Path(), 1);
   const std::string body = Body();
@@ -116,7 +116,7 @@ void Week(benchmark::State& state) {
   for ([[maybe_unused]] auto _ : state) {
     const Silence silence;
     VirtualTime time;
-    const MemoryDirectory directory;
+    const TempDirectory directory{TempDirectory::Memory()};
     Clock clock(directory);
     CampbellLogger logger;
     Pull pull(clock, directory.Path(), logger.Port());

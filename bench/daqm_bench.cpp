@@ -10,12 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "bench/memory_directory.h"
 #include "bench/turns.h"
 #include "daqm/daqm.h"
+#include "emulators/own_host.h"
 #include "emulators/pty.h"
+#include "emulators/temp_directory.h"
 #include "logging/daqmlogfile.h"
-#include "tests/support/own_host.h"
 #include "tests/support/silence.h"
 
 namespace {
@@ -84,7 +84,7 @@ BENCHMARK(Sum)->UseManualTime()->Unit(benchmark::kMicrosecond);
 
 // The station's line is made along with the file's.
 void DayFile(benchmark::State& state) {
-  const MemoryDirectory directory;
+  const TempDirectory directory{TempDirectory::Memory()};
   std::vector<double> values;
   for (int column = 1; column <= 60; ++column) values.push_back(column * 1.2345);
   DAQMLogFile log(directory.Path(), ".txt", "DAQM");

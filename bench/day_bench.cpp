@@ -18,8 +18,8 @@
 #include <iterator>
 #include <thread>
 
-#include "bench/memory_directory.h"
 #include "emulators/analyser.h"
+#include "emulators/temp_directory.h"
 #include "examples/recorder.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/silence.h"
@@ -78,7 +78,7 @@ class Road : CH4Device::Listener {
   }
 
   VirtualTime _time;
-  const MemoryDirectory _directory;
+  const TempDirectory _directory{TempDirectory::Memory()};
   Analyser _analyser;
   Recorder _recorder{{_directory.Path()}};
   int _lines = 0;

@@ -6,8 +6,8 @@
 #include <fstream>
 #include <memory>
 
-#include "bench/memory_directory.h"
 #include "bench/turns.h"
+#include "emulators/temp_directory.h"
 #include "logging/logger.h"
 #include "tests/support/silence.h"
 
@@ -16,7 +16,7 @@ namespace {
 constexpr int kLines = 20'000;  // of each job in a round
 
 void WriteLines(benchmark::State& state) {
-  const MemoryDirectory directory;
+  const TempDirectory directory{TempDirectory::Memory()};
   const std::string line = "DATA\t" + std::string(static_cast<size_t>(state.range(0)) - 6, '1') + "\n";
   const std::string stream_path = directory.Path() + "/stream", file_path = directory.Path() + "/file";
 

@@ -15,8 +15,8 @@
 #include <limits>
 #include <new>
 
-#include "bench/memory_directory.h"
 #include "bench/turns.h"
+#include "emulators/temp_directory.h"
 #include "logging/reclaimer.h"
 
 namespace {
@@ -65,7 +65,7 @@ void FillDirectory(const std::string& path) {
 }
 
 void Directory(benchmark::State& state) {
-  const MemoryDirectory directory;
+  const TempDirectory directory{TempDirectory::Memory()};
   FillDirectory(directory.Path());
   const std::string find = "find " + directory.Path() + " -printf '%T@ %s %p\\n' | sort -n >/dev/null";
   const auto own = [&] {

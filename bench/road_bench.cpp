@@ -17,10 +17,10 @@
 #include <string>
 
 #include "analyser/ch4device.h"
-#include "bench/memory_directory.h"
 #include "bench/news.h"
 #include "bench/turns.h"
 #include "emulators/analyser.h"
+#include "emulators/temp_directory.h"
 #include "logging/logger.h"
 #include "net/socket.h"
 #include "runtime/datachecksum.h"
@@ -123,7 +123,7 @@ class Road : public Head::Listener, public CH4Device::Listener {
   }
 
   const bool _decodes;
-  const MemoryDirectory _memory;
+  const TempDirectory _memory{TempDirectory::Memory()};
   const std::string _folder = _memory.Path();
   std::string _bytes;
   CH4Device _device{false};

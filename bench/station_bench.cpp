@@ -21,7 +21,6 @@
 #include <optional>
 #include <sstream>
 
-#include "bench/memory_directory.h"
 #include "daqm/daqm.h"
 #include "emulators/analyser.h"
 #include "emulators/campbelllogger.h"
@@ -30,6 +29,7 @@
 #include "emulators/pulse_source.h"
 #include "emulators/soilinstrument.h"
 #include "emulators/sonic_anemometer.h"
+#include "emulators/temp_directory.h"
 #include "station/station.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/silence.h"
@@ -109,7 +109,7 @@ class Site {
 
  private:
   VirtualTime _time;
-  const MemoryDirectory _directory;
+  const TempDirectory _directory{TempDirectory::Memory()};
   Metered<Analyser> _analyser;
   Metered<GPSReceiver> _gps{GPSReceiver::Hemisphere, 57'600};
   Metered<PulseSource> _pulse;

@@ -5,6 +5,8 @@
 
 #include <string>
 
+#include "emulators/temp_directory.h"
+
 class Fifo {
  public:
   Fifo();  // throws ErrnoError
@@ -17,7 +19,7 @@ class Fifo {
   void Write(const std::string& bytes);
 
  private:
-  std::string _directory;
-  std::string _path;
+  const TempDirectory _directory;
+  const std::string _path = _directory / "device";
   int _instrument = -1;
 };

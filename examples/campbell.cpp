@@ -19,8 +19,8 @@
 
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
+#include "emulators/temp_directory.h"
 #include "examples/commandline.h"
-#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
 #include "tests/support/virtual_time.h"
 
@@ -129,7 +129,7 @@ class Demonstration {
   }
 
   VirtualTime _time{time(nullptr)};
-  const ScratchDirectory _directory{"moorlog-campbell"};
+  const TempDirectory _directory;
   CampbellLogger _logger;
   int _minute = 0;
   Timer _change{-1, [this] { _Change(); }};

@@ -25,11 +25,11 @@
 #include <string>
 
 #include "emulators/daqmbus.h"
+#include "emulators/own_host.h"
+#include "emulators/temp_directory.h"
 #include "examples/commandline.h"
-#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
 #include "logging/daqmlogfile.h"
-#include "tests/support/own_host.h"
 
 namespace {
 
@@ -155,12 +155,12 @@ class Demonstration {
 int main(int argc, char** argv) try {
   Options options = Read(argc, argv);
   std::optional<Demonstration> demonstration;
-  std::optional<ScratchDirectory> scratch;
+  std::optional<TempDirectory> scratch;
   if (options.port == 0) {
     demonstration.emplace(options.trouble);
     options.port = 1;
   }
-  if (options.directory.empty()) options.directory = scratch.emplace("moorlog-daqm").Path();
+  if (options.directory.empty()) options.directory = scratch.emplace().Path();
   Station station(options.directory, options.verbose);
   station.Session().Connect(static_cast<unsigned>(options.port));
   if (options.live) station.Session().StartLiveData();

@@ -39,13 +39,13 @@
 #include <vector>
 
 #include "analyser/head.h"
+#include "emulators/own_host.h"
 #include "emulators/site.h"
+#include "emulators/temp_directory.h"
 #include "examples/commandline.h"
-#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
 #include "runtime/errnoexcept.h"
 #include "runtime/runprogram.h"
-#include "tests/support/own_host.h"
 
 namespace {
 
@@ -304,9 +304,9 @@ class Reporter : private Head::Listener {
 
 int main(int argc, char** argv) try {
   const Options options = Read(argc, argv);
-  std::optional<ScratchDirectory> scratch;
+  std::optional<TempDirectory> scratch;
   const fs::path directory =
-      options.directory.empty() ? fs::path(scratch.emplace("moorlog-demo").Path()) : fs::absolute(options.directory);
+      options.directory.empty() ? fs::path(scratch.emplace().Path()) : fs::absolute(options.directory);
   for (const char* name : {"state", "disk"}) fs::create_directories(directory / name);
 
   const Instruments instruments(options.trouble, options.fast);

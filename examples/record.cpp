@@ -18,9 +18,9 @@
 #include <utility>
 
 #include "emulators/analyser.h"
+#include "emulators/temp_directory.h"
 #include "examples/commandline.h"
 #include "examples/recorder.h"
-#include "examples/scratchdirectory.h"
 #include "examples/target.h"
 #include "examples/timer.h"
 #include "runtime/pollprocessor.h"
@@ -84,7 +84,7 @@ class Demonstration {
     std::cout << std::endl;
   }
 
-  const ScratchDirectory _directory{"moorlog-record"};
+  const TempDirectory _directory;
   Analyser _analyser;
   Timer _show{-1, [this] { _Show(); }};
 };

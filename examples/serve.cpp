@@ -22,8 +22,8 @@
 #include <set>
 #include <string_view>
 
+#include "emulators/temp_directory.h"
 #include "examples/commandline.h"
-#include "examples/scratchdirectory.h"
 #include "net/socketserver.h"
 #include "runtime/filesystem.h"
 #include "runtime/str_util.h"
@@ -254,9 +254,9 @@ int main(int argc, char** argv) {
   line.AddSeconds(seconds);
   line.Read(argc, argv);
   try {
-    std::optional<ScratchDirectory> own;
+    std::optional<TempDirectory> own;
     if (directory.empty()) {
-      directory = own.emplace("moorlog-serve").Path();
+      directory = own.emplace().Path();
       std::ofstream(directory + "/hello.txt") << "hello\n";
     }
     const FileServer files(directory, port);

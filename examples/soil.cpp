@@ -14,8 +14,8 @@
 #include <string>
 
 #include "emulators/soilinstrument.h"
+#include "emulators/temp_directory.h"
 #include "examples/commandline.h"
-#include "examples/scratchdirectory.h"
 #include "examples/timer.h"
 #include "soil/soil.h"
 #include "tests/support/virtual_time.h"
@@ -110,7 +110,7 @@ class Demonstration {
   }
 
   VirtualTime _time{time(nullptr)};
-  const ScratchDirectory _directory{"moorlog-soil"};
+  const TempDirectory _directory;
   SoilInstrument _instrument{"127.0.15.3", {120, 1'800, 120}};
   int _kind = 0;
   Timer _trouble{-1, [this] { _MakeTrouble(); }};

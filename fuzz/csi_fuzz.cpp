@@ -26,7 +26,7 @@
 #include <vector>
 
 #include "csi/pullcsi.h"
-#include "tests/support/temp_directory.h"
+#include "emulators/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {
@@ -234,10 +234,8 @@ class World {
   Plain plain;
 
  private:
-  // Many small files: in memory where that can be.
-  const bool _in_memory = access("/dev/shm", W_OK) == 0 && setenv("TMPDIR", "/dev/shm", 1) == 0;
   VirtualTime _time{1'714'566'600};  // 2024-05-01 14:30:00 in the zone
-  const TempDirectory _directory;
+  const TempDirectory _directory{TempDirectory::Memory()};
   std::unique_ptr<LinuxClock> _clock;
 };
 

@@ -26,9 +26,9 @@
 #include <vector>
 
 #include "daqm/daqm.h"
+#include "emulators/own_host.h"
 #include "emulators/pty.h"
 #include "net/socketaddress.h"
-#include "tests/support/own_host.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/virtual_time.h"
 

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "daqm/daqmdevice.h"
+#include "emulators/own_host.h"
 #include "emulators/pty.h"
-#include "tests/support/own_host.h"
 
 namespace {
 

@@ -18,7 +18,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "tests/support/temp_directory.h"
+#include "emulators/temp_directory.h"
 
 namespace fs = std::filesystem;
 

@@ -20,7 +20,7 @@
 #include <sstream>
 #include <vector>
 
-#include "tests/support/temp_directory.h"
+#include "emulators/temp_directory.h"
 
 namespace fs = std::filesystem;
 

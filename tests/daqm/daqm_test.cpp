@@ -9,6 +9,8 @@
 #include <sstream>
 
 #include "emulators/daqmbus.h"
+#include "emulators/own_host.h"
+#include "emulators/temp_directory.h"
 #include "examples/timer.h"
 #include "logging/daqmlogfile.h"
 #include "net/socketaddress.h"
@@ -16,9 +18,7 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/gpio_tree.h"
-#include "tests/support/own_host.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

@@ -3,10 +3,10 @@
 #include <gtest/gtest.h>
 
 #include "emulators/analyser.h"
+#include "emulators/temp_directory.h"
 #include "examples/recorder.h"
 #include "tests/support/avahi_hosts.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

@@ -15,13 +15,13 @@
 #include <sstream>
 
 #include "emulators/analyser.h"
+#include "emulators/temp_directory.h"
 #include "examples/recorder.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "tests/support/avahi_hosts.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 // What C++ holds of the heap. The C library's own count takes the memory in its caches for memory in use.

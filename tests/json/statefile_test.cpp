@@ -6,10 +6,10 @@
 #include <filesystem>
 #include <vector>
 
+#include "emulators/temp_directory.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 

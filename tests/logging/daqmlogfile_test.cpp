@@ -4,8 +4,8 @@
 
 #include <optional>
 
+#include "emulators/temp_directory.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 

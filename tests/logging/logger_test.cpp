@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 
+#include "emulators/temp_directory.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temp_directory.h"
 
 // What files hold and what is told is held against a second form in fuzz/logger_fuzz.cpp.
 

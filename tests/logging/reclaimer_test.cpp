@@ -5,9 +5,9 @@
 
 #include <thread>
 
+#include "emulators/temp_directory.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temp_directory.h"
 
 // What is left of a directory, and what is told of it, is held against a second form in fuzz/reclaimer_fuzz.cpp.
 

@@ -11,11 +11,11 @@
 #include <sstream>
 #include <thread>
 
+#include "emulators/temp_directory.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temp_directory.h"
 
 static std::string synced;  // each with a "+" while the source was there, and a "!" if the thread took signals
 static bool sync_fails;

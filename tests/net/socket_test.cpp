@@ -11,9 +11,9 @@
 #include <functional>
 #include <utility>
 
+#include "emulators/temp_directory.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
-#include "tests/support/temp_directory.h"
 
 int accept_error = 0, option_error = 0;  // what the next call fails with
 

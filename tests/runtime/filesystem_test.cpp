@@ -10,10 +10,10 @@
 #include <functional>
 #include <set>
 
+#include "emulators/temp_directory.h"
 #include "runtime/errnoexcept.h"
 #include "tests/support/error_text.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/temp_directory.h"
 
 // What no disk here gives: two units that differ, and an error of its own.
 int failure = 0;

@@ -6,6 +6,7 @@
 
 #include "emulators/pulse_source.h"
 #include "emulators/push_button.h"
+#include "emulators/temp_directory.h"
 #include "serial/ppsdevice.h"
 #include "serial/ptpcontrol.h"
 #include "serial/usbbuttondevice.h"
@@ -13,7 +14,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

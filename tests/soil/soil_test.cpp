@@ -9,13 +9,13 @@
 #include <sstream>
 
 #include "emulators/soilinstrument.h"
+#include "emulators/temp_directory.h"
 #include "json/statefile.h"
 #include "net/net_util.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/child_process.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

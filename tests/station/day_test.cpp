@@ -17,13 +17,13 @@
 #include <sstream>
 
 #include "daqm/daqm.h"
+#include "emulators/own_host.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "station/station.h"
 #include "tests/station/settable_time.h"
 #include "tests/station/site_settings.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/own_host.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/virtual_time.h"
 

@@ -11,9 +11,9 @@
 #include <cstring>
 
 #include "emulators/sonic_anemometer.h"
+#include "emulators/temp_directory.h"
 #include "station/watchdog.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

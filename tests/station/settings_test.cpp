@@ -2,8 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "emulators/temp_directory.h"
 #include "tests/support/error_text.h"
-#include "tests/support/temp_directory.h"
 
 namespace {
 

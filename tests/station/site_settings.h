@@ -3,8 +3,8 @@
 #pragma once
 
 #include "emulators/site.h"
+#include "emulators/temp_directory.h"
 #include "station/station.h"
-#include "tests/support/temp_directory.h"
 
 inline Settings SettingsFor(const Site& site, const TempDirectory& dir) {
   dir.Write("zones/UTC", "");

@@ -8,6 +8,7 @@
 #include <filesystem>
 
 #include "emulators/push_button.h"
+#include "emulators/temp_directory.h"
 #include "station/button.h"
 #include "station/controlport.h"
 #include "station/disk.h"
@@ -20,7 +21,6 @@
 #include "tests/support/error_text.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/temp_directory.h"
 #include "tests/support/virtual_time.h"
 
 namespace {

@@ -15,7 +15,7 @@
 #include <string>
 #include <vector>
 
-#include "tests/support/temp_directory.h"
+#include "emulators/temp_directory.h"
 
 class AvahiHosts {
  public:

@@ -1,4 +1,4 @@
-#include "tests/support/own_host.h"
+#include "emulators/own_host.h"
 
 #include <net/if.h>
 #include <sched.h>

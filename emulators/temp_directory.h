@@ -1,4 +1,4 @@
-// A directory of the test's own, removed with all that is in it.
+// A directory of one's own, removed with all that is in it.
 
 #pragma once
 
@@ -11,11 +11,14 @@
 #include <set>
 #include <string>
 
+#include "runtime/errnoexcept.h"
+
 class TempDirectory {
  public:
+  // Throws ErrnoError.
   explicit TempDirectory(const std::filesystem::path& place = std::filesystem::temp_directory_path()) {
-    std::string name = place / "moorlog-test-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) throw std::runtime_error(name);
+    std::string name = place / "moorlog-XXXXXX";
+    if (mkdtemp(name.data()) == nullptr) throw ErrnoError("Unable to make " + name);
     _path = std::filesystem::canonical(name);
   }
   TempDirectory(const TempDirectory&) = delete;
@@ -26,8 +29,13 @@ class TempDirectory {
     if (getpid() == _owner) std::filesystem::remove_all(_path, ignored);
   }
 
+  // A place in memory where there is one: for many small files, and where file calls are measured and not a disk.
+  static std::filesystem::path Memory() {
+    return access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::filesystem::temp_directory_path();
+  }
+
   // Absolute, without a slash at the end.
-  std::string Path() const { return _path.string(); }
+  const std::string& Path() const { return _path.native(); }
   std::string operator/(const std::string& name) const { return (_path / name).string(); }
 
   // Replaces the file; directories on the way to it are made.
