@@ -72,7 +72,7 @@ void Logger::SetDATAH(const std::string& line) {
 }
 
 void Logger::WriteDATA(const std::string& line, long /*seconds*/) {
-  if (_split_seconds > 0 && _seconds >= _next_split_seconds) {
+  if (IsSplitDue()) {
     _CloseLogFile(true);
     _ComputeNextSplitSeconds();
   }

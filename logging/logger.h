@@ -67,6 +67,8 @@ class Logger : public PollTimer {
   // The length of a file in seconds, 0 or less: unlimited. Files end at whole multiples of it since 1970, not that long
   // after they began. Computes the next split time from the present, so SetSeconds comes first.
   void SetSplitSeconds(int seconds);
+  // The present has reached the split time: the next line goes into another file.
+  bool IsSplitDue() const { return _split_seconds > 0 && _seconds >= _next_split_seconds; }
 
   // StateNoDisk: no mount path; StateNotLogging: no file is open; StateError: a write has failed. A change is told on
   // standard output.

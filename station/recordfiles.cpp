@@ -65,7 +65,7 @@ void RecordFiles::Write(const std::string& line) {
     return;
   }
   std::string ended;
-  if (_file.empty() || _now / _split > _period) {
+  if (_file.empty() || _logger.IsSplitDue()) {
     ended = _file;
     _NameNextFile();
   }
@@ -121,13 +121,10 @@ void RecordFiles::_SetTime() {
   const bool first = _now == 0;
   _now = time.tv_sec;
   _logger.SetSeconds(time.tv_sec);
-  if (!first && !back) return;
-  _logger.SetSplitSeconds(_split);
-  _period = _now / _split;
+  if (first || back) _logger.SetSplitSeconds(_split);
 }
 
 void RecordFiles::_NameNextFile() {
-  _period = _now / _split;
   std::error_code ignored;
   for (time_t moment = static_cast<time_t>(_now);; ++moment) {
     tm parts;

@@ -63,7 +63,6 @@ class RecordFiles {
   std::string _file;
   int64_t _moment = 0;  // nanoseconds since 1970
   int64_t _now = 0;     // seconds since 1970, of the logger's date and time
-  int64_t _period = 0;  // in which the logger's split time was computed last, counted from 1970
   bool _there = false;  // the disk, as the logger has it
   bool _left = false;   // a file may stand under its working name
   bool _stopped = false;
