@@ -97,13 +97,21 @@ struct Nobodys {
   std::unique_ptr<Station> station;
 };
 
+std::string Zones() {
+  std::ostringstream zones;
+  ConfigTimezone().write_doctype(zones);
+  return zones.str();
+}
+
 void AskStation(const std::string& line) {
   static Nobodys nobodys;
+  static const std::string zones = Zones();
   for (const char* host : {"head", "soil", "loggeraddress"})
     if (line.find(host) != std::string::npos) return;
   try {
     const std::string answer = nobodys.station->Answer(line);
     Require(answer.find('\n') == std::string::npos);
+    Require(Zones() == zones);
     Require(answer.find("<ack>true</ack>") == std::string::npos || answer.find("<error>") == std::string::npos);
   } catch (const std::runtime_error&) {
     Require(line.find('<') == std::string::npos);

@@ -22,6 +22,12 @@ std::string Checked(const std::string& directory) {
   return directory;
 }
 
+std::string Joined(const std::vector<std::string>& zones) {
+  std::string text;
+  for (const std::string& zone : zones) text += (text.empty() ? "" : "|") + zone;
+  return text;
+}
+
 // Resident bytes of this process (proc(5)).
 Json::Int64 Memory() {
   std::ifstream file("/proc/self/statm");
@@ -36,6 +42,7 @@ Station::Station(Settings settings, const ZonePlaces& places)
     : PollTimer(kSecond, true),
       _settings(std::move(settings)),
       _linux_clock(places.tree, places.link, places.file, _settings.clock.rtc),
+      _zones(Joined(_linux_clock.Zones())),
       _clock(_linux_clock, _settings.clock.mode == "watch", {_settings.clock.proportional, _settings.clock.integral}),
       _board(_linux_clock),
       _disk(_settings.disk.path, _settings.disk.board),
@@ -59,13 +66,9 @@ Station::Station(Settings settings, const ZonePlaces& places)
       _control(_settings.control.port, _settings.control.interface,
                [this](const std::string& request) { return Answer(request); }),
       _started(time(nullptr)) {
-  // The zones of this system are the choices of the document.
-  std::string zones;
-  for (const std::string& zone : _linux_clock.Zones()) zones += (zones.empty() ? "" : "|") + zone;
-  std::istringstream choices(zones);
-  std::ostringstream ignored;
-  _document.moorlog.cfg.clock.zone.read_doctype(choices, ignored);
+  _OfferZones();
   _file.Load(_document);
+  _OfferZones();
   _document.moorlog.ver.set(MOORLOG_VERSION);
   _document.moorlog.cfg.clock.zone.set_str(_linux_clock.CurrentZone());
   for (const std::string& error : _board.Start(_document.moorlog)) std::cout << "ERROR: " << error << std::endl;
@@ -81,6 +84,18 @@ std::string Station::Answer(const std::string& request) {
   return request == "status" ? Status() : _Configure(request);
 }
 
+// The zones of this system are the choices of the document, and of each other one in the process: a description of the
+// zones in any of them would put others in their place. False: they were these.
+bool Station::_OfferZones() {
+  ConfigTimezone& zone = _document.moorlog.cfg.clock.zone;
+  std::ostringstream offered, ignored;
+  zone.write_doctype(offered);
+  if (offered.str() == _zones) return false;
+  std::istringstream choices(_zones);
+  zone.read_doctype(choices, ignored);
+  return true;
+}
+
 // What was taken before something is refused counts. A bad address leaves the reading by an exception.
 std::string Station::_Configure(const std::string& text) {
   if (text.find('<') == std::string::npos) throw std::runtime_error("neither a document nor \"status\"");
@@ -88,10 +103,18 @@ std::string Station::_Configure(const std::string& text) {
   std::ostringstream out;
   Configurable::set_compact(out, true);
   std::vector<std::string> errors;
+  _OfferZones();  // the analyser's document may have described others
+  ConfigTimezone& zone = _document.moorlog.cfg.clock.zone;
+  const int chosen = zone.get();
   try {
     _document.configure_and_send_events(in, out);
   } catch (const std::exception& error) {
     errors.emplace_back(error.what());
+  }
+  if (_OfferZones()) {
+    zone.set(chosen);
+    zone._set_changed(false);
+    errors.emplace_back("zone: the choices are this system's own");
   }
   const bool is_answered = in.fail() || out.tellp() > 0;
   ConfigMoorlog& moorlog = _document.moorlog;

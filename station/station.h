@@ -60,6 +60,7 @@ class Station : private Disk::Listener, private PollTimer {
   };
 
   std::string _Configure(const std::string& text);
+  bool _OfferZones();
   void _Obey(const ConfigCmdMoorlog& commands);
   void _ApplyToInstruments();
   void _Record(bool on);
@@ -74,6 +75,7 @@ class Station : private Disk::Listener, private PollTimer {
 
   const Settings _settings;
   LinuxClock _linux_clock;
+  const std::string _zones;  // of this system, as the document describes them
   StationClock _clock;
   Board _board;
   Disk _disk;
