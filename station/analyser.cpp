@@ -6,6 +6,8 @@
 #include <set>
 #include <utility>
 
+#include "runtime/datachecksum.h"
+
 namespace {
 
 constexpr int64_t kPatience = 300'000'000'000;  // nanoseconds
@@ -59,9 +61,12 @@ void StationAnalyser::HeadClosed() {
   if (std::exchange(_connected, false)) _handler.DispatchDisconnected();
 }
 
-// A document with an address that is none would close the link, and do so again each time.
+// Cutting a data line into its columns takes two thirds of what it costs here, and whoever files it whole doesn't need
+// them. A document with an address that is none would close the link, and do so again each time.
 void StationAnalyser::HeadGotLine(std::string line) {
   _alive = PollTimer::Now();
+  if (_what != Some && line.starts_with("DATA\t"))
+    return CheckSumAgrees(line) ? DataHandler_GotDATA(std::move(line)) : DataHandler_GotBadChecksum(std::move(line));
   try {
     _handler.DispatchLine(std::move(line));
   } catch (const std::exception& error) {
