@@ -1,11 +1,16 @@
 // What an hour of a whole station costs in processor time, as of a day: analyser at 40 lines a second, sonic at 20,
-// GPS at 10, five modules, soil chamber and Campbell logger, recorded into memory. Needs the right to mount.
+// GPS at 10, five modules, soil chamber and Campbell logger, recorded into memory. The station is a process of its own,
+// the emulators are another one, with one virtual clock for both (bench/sharedclock.h). Needs the right to mount.
 //
-//   day_s        seconds of processor time in a day, without the emulators' and without packing
-//   emulators_s  the emulators'
+//   day_s        seconds of processor time in a day, of the station's process, without those of the next line
+//   passing_s    what it takes to pass the turn where a real poll(2) sleeps
+//   kernel       the kernel's share of day_s
 //   packing_s    the zip programs'
-//   all_kernel   the kernel's share of the first two
+//   wakeups      of the station's process, in a day
 //   records      in a day
+//
+// And one line of the analyser on the whole road, from the socket to the file, in a station that has nothing else:
+// script/instructions counts what the loop's passes take for it.
 
 #include <benchmark/benchmark.h>
 #include <jsoncpp/json/json.h>
@@ -15,21 +20,16 @@
 #include <sys/resource.h>
 #include <sys/wait.h>
 
-#include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <sstream>
+#include <string>
 
+#include "bench/sharedclock.h"
 #include "daqm/daqm.h"
-#include "emulators/analyser.h"
-#include "emulators/campbelllogger.h"
-#include "emulators/daqmbus.h"
-#include "emulators/gps_receiver.h"
-#include "emulators/pulse_source.h"
-#include "emulators/soilinstrument.h"
-#include "emulators/sonic_anemometer.h"
+#include "emulators/site.h"
 #include "emulators/temp_directory.h"
+#include "net/socket.h"
 #include "station/station.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/silence.h"
@@ -41,27 +41,11 @@ constexpr int kMinute = 60'000;  // milliseconds
 constexpr int kHour = 60 * kMinute;
 constexpr double kHours = 24;
 
-double emulators = 0;  // seconds of processor time
 bool own_mounts = false;
 
-// On their timers the emulators do all that they do unasked.
-template <class Emulator>
-struct Metered : Emulator {
-  using Emulator::Emulator;
-  void HandleTimeout() override {
-    const double start = Now();
-    Emulator::HandleTimeout();
-    emulators += Now() - start;
-  }
-  static double Now() {
-    timespec now = {};
-    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &now);
-    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) * 1e-9;
-  }
-};
-
+// Seconds of processor time.
 struct Used {
-  double user, kernel;
+  double user = 0, kernel = 0;
   static Used By(int who) {
     rusage usage = {};
     getrusage(who, &usage);
@@ -70,83 +54,142 @@ struct Used {
     };
     return {seconds(usage.ru_utime), seconds(usage.ru_stime)};
   }
+  Used operator-(const Used& other) const { return {user - other.user, kernel - other.kernel}; }
+  double All() const { return user + kernel; }
 };
 
-class Site {
- public:
-  Site() {
-    _time.Hurry();  // the emulators have a hundred timers a second, each of which spins for what is left of a
-                    // millisecond
-    for (const char* name : {"/zones", "/disk"}) std::filesystem::create_directory(_directory.Path() + name);
-    std::ofstream(_directory.Path() + "/zones/UTC").flush();
-    DAQM::port_to_dev.at(1).device = _bus.Path();
-    Settings settings;
-    settings.name = "bog";
-    settings.state = _directory.Path() + "/state";
-    settings.disk.path = _directory.Path() + "/disk";
-    settings.disk.board = true;
-    settings.control.port = 0;
-    settings.analyser.port = _analyser.Port();
-    settings.gps.device = _gps.Path();
-    settings.gps.pulse = _pulse.Path();
-    settings.sonic.device = _sonic.Path();
-    settings.campbell.port = _campbell.Port();
-    settings.clock.mode = "watch";
-    _station.emplace(
-        settings, ZonePlaces{_directory.Path() + "/zones", _directory.Path() + "/link", _directory.Path() + "/zone"});
-    _station->Answer(
-        "<tarno><moorlog><cfg><gpstype>Hemisphere</gpstype><head>127.0.0.1</head><soil>127.5.1.9</soil><logger>"
-        "<loggeraddress>127.0.0.1</loggeraddress></logger><daqm><port>1</port></daqm></cfg></moorlog></tarno>");
-    _analyser.SetRate(Analyser::kFastest);
-  }
-  double Records() const {
+// What the station's process is told by the instruments', and tells.
+struct Talk {
+  char bus[64], settings[256], document[1'024];
+  bool asked;
+  Used used;
+  double passing, wakeups, records;
+};
+
+// A tree with one zone.
+ZonePlaces ZonesIn(const std::string& directory) {
+  std::filesystem::create_directory(directory + "/zones");
+  std::ofstream(directory + "/zones/UTC").flush();
+  return {directory + "/zones", directory + "/link", directory + "/zone"};
+}
+
+// The station's process, from its first turn on.
+void Live(const SharedClock& clock, Talk& talk, const std::string& directory) {
+  DAQM::port_to_dev.at(1).device = talk.bus;
+  Settings settings;
+  const char* const words[] = {"moorlog-station", "--config", talk.settings};
+  ReadSettings(3, words, settings);
+  Station station(settings, ZonesIn(directory));
+  station.Answer(talk.document);
+  for (;;) {
+    PollProcessor::Instance().Poll(-1);
+    if (!std::exchange(talk.asked, false)) continue;
+    rusage usage = {};
+    getrusage(RUSAGE_SELF, &usage);
+    talk.used = Used::By(RUSAGE_SELF);
+    talk.passing = clock.Passing();
+    talk.wakeups = static_cast<double>(usage.ru_nvcsw);
     Json::Value status;
-    std::istringstream(_station->Status()) >> status;
-    double records = 0;
-    for (const Json::Value& instrument : status["instruments"]) records += instrument["records"].asDouble();
-    return records;
+    std::istringstream(station.Status()) >> status;
+    talk.records = 0;
+    for (const Json::Value& instrument : status["instruments"]) talk.records += instrument["records"].asDouble();
   }
+}
 
- private:
-  VirtualTime _time;
-  const TempDirectory _directory{TempDirectory::Memory()};
-  Metered<Analyser> _analyser;
-  Metered<GPSReceiver> _gps{GPSReceiver::Hemisphere, 57'600};
-  Metered<PulseSource> _pulse;
-  Metered<SonicAnemometer> _sonic{57'600, AnemometerSettings{.rate = 20}};
-  Metered<SoilInstrument> _soil{"127.5.1.9", SoilInstrument::Settings{}};
-  Metered<DAQMBus> _bus{DAQMBus::Settings{}};
-  CampbellLogger _campbell;
-  std::optional<Station> _station;
-};
+// For the station's process to read.
+void WriteDown(const Site& site, const std::string& directory, Talk& talk) {
+  std::filesystem::create_directory(directory + "/disk");
+  std::ofstream(directory + "/station.toml")
+      << "name = \"bog\"\nstate = \"" << directory << "/state\"\n[disk]\nboard = true\npath = \"" << directory
+      << "/disk\"\n[control]\nport = 0\n[clock]\nmode = \"watch\"\n"
+      << site.Settings();
+  (directory + "/station.toml").copy(talk.settings, sizeof talk.settings - 1);
+  site.modules.Path().copy(talk.bus, sizeof talk.bus - 1);
+  site.Document().copy(talk.document, sizeof talk.document - 1);
+}
 
 void BM_Day(benchmark::State& state) {
   if (!own_mounts || mount("none", "/sys/class", "tmpfs", 0, nullptr) != 0)
     return state.SkipWithError("needs the right to mount");
-  const Silence silence;
   std::filesystem::create_directories("/sys/class/gpio/gpio13");
   for (const char* name : {"active_low", "direction", "value"})
     std::ofstream("/sys/class/gpio/gpio13/" + std::string(name)).flush();
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // the zip programs
+  prctl(PR_SET_TIMERSLACK, 1);
   for ([[maybe_unused]] auto _ : state) {
-    Site site;
-    PollFor(5 * kMinute);
-    const double records = site.Records();
-    emulators = 0;
-    const Used before = Used::By(RUSAGE_SELF), packed = Used::By(RUSAGE_CHILDREN);
+    const Silence silence;
+    const TempDirectory directory{TempDirectory::Memory()};
+    Talk& talk = MakeShared<Talk>();
+    VirtualTime time;
+    // The emulators have a hundred timers a second, each of which spins for what is left of a millisecond.
+    time.Hurry();
+    SharedClock clock(time);
+    clock.Start([&] { Live(clock, talk, directory.Path()); });
+    time.Advance(7);  // no two of them send at the same moment
+    Site site({.fast = true, .soil = "127.5.1.9"});
+    WriteDown(site, directory.Path(), talk);
+    const auto ask = [&] {
+      talk.asked = true;
+      clock.Pass();
+      return talk;
+    };
+    PollFor(5 * kMinute + 13);
+    for (const int rate : {1, 20}) site.sonic.Set({.rate = rate});
+    const Used packed = Used::By(RUSAGE_CHILDREN);
+    const Talk before = ask();
     PollFor(kHour);
-    const Used after = Used::By(RUSAGE_SELF);
-    while (wait(nullptr) > 0) continue;
-    const Used packing = Used::By(RUSAGE_CHILDREN);
-    const double kernel = after.kernel - before.kernel, all = after.user - before.user + kernel;
-    state.counters["day_s"] = kHours * (all - emulators);
-    state.counters["emulators_s"] = kHours * emulators;
-    state.counters["packing_s"] = kHours * (packing.user + packing.kernel - packed.user - packed.kernel);
-    state.counters["all_kernel"] = kernel / all;
-    state.counters["records"] = kHours * (site.Records() - records);
+    const Talk after = ask();
+    while (waitpid(-1, nullptr, WNOHANG) > 0) continue;
+    const Used used = after.used - before.used;
+    const double passing = after.passing - before.passing;
+    state.counters["day_s"] = kHours * (used.All() - passing);
+    state.counters["passing_s"] = kHours * passing;
+    state.counters["kernel"] = 1 - used.user / (used.All() - passing);
+    state.counters["packing_s"] = kHours * (Used::By(RUSAGE_CHILDREN) - packed).All();
+    state.counters["wakeups"] = kHours * (after.wakeups - before.wakeups);
+    state.counters["records"] = kHours * (after.records - before.records);
   }
 }
 BENCHMARK(BM_Day)->Iterations(1)->Unit(benchmark::kSecond);
+
+// `lines` of the analyser, each with the passes of the loop that take it to its file.
+void BM_Line(benchmark::State& state) {
+  const auto lines = static_cast<int>(state.range(0));
+  std::vector<std::string> sent;
+  sent.reserve(static_cast<size_t>(lines));
+  for (int i = 0; i < lines; ++i) sent.push_back(Analyser::DataLine(1'700'000'000 + i / 40, i % 40 * 25'000'000, i));
+  for ([[maybe_unused]] auto _ : state) {
+    const Silence silence;
+    const TempDirectory directory{TempDirectory::Memory()};
+    VirtualTime time;
+    time.Hurry();
+    Socket door(Socket::FamilyIPv4, Socket::TypeStream, 0);
+    SocketAddress address("127.0.0.1");
+    door.Bind(address);
+    door.Listen(1);
+    door.GetSockName(&address);
+    Settings settings;
+    settings.name = "bog";
+    settings.state = directory.Path() + "/state";
+    settings.disk.path = directory.Path();
+    settings.disk.board = true;
+    settings.control.port = 0;
+    settings.analyser.port = address.Port();
+    Station station(settings, ZonesIn(directory.Path()));
+    station.Answer("<tarno><moorlog><cfg><head>127.0.0.1</head></cfg></moorlog></tarno>");
+    Socket peer = door.Accept(nullptr);
+    peer.Write(Analyser::Headers());
+    PollFor(kMinute);
+    time.SetGrace(1'000);  // a line that the kernel hasn't brought yet is waited for
+    for (const std::string& line : sent) {
+      peer.Write(line);
+      time.Advance(25);
+      PollProcessor::Instance().Poll(-1);
+      PollProcessor::Instance().Poll(-1);  // the quiet pass behind an event
+    }
+  }
+}
+BENCHMARK(BM_Line)->Arg(1'000)->Arg(5'000)->Iterations(1);
 
 }  // namespace
 

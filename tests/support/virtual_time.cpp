@@ -47,6 +47,11 @@ int RunScheduled(VirtualTime& time, pollfd* fds, nfds_t count) {
 int Sleep(VirtualTime& time, pollfd* fds, nfds_t count, int timeout) {
   const int64_t start = time.monotonic;
   const int64_t deadline = timeout < 0 ? std::numeric_limits<int64_t>::max() : start + timeout * int64_t{1'000'000};
+  if (time.sleeper) {
+    time.spins = 0;
+    time.sleeper(fds, count, deadline);
+    return __real_poll(fds, count, 0);
+  }
   for (;;) {
     const auto& scheduled = time.scheduled;
     const int ready = __real_poll(fds, count, timeout < 0 && scheduled.empty() ? -1 : time.grace);

@@ -12,12 +12,14 @@
 
 #pragma once
 
+#include <poll.h>
 #include <pthread.h>
 
 #include <atomic>
 #include <cstdint>
 #include <functional>
 #include <map>
+#include <utility>
 
 class VirtualTime {
  public:
@@ -51,6 +53,11 @@ class VirtualTime {
   // loop to spin in. Before anything is timed.
   void Hurry() { spin_step = 1'000'000; }
 
+  // Moves the clock in place of a poll that would sleep, up to `deadline` at most; what is ready is looked at behind
+  // it. For a clock that is shared with another process.
+  using Sleeper = std::function<void(pollfd* fds, nfds_t count, int64_t deadline)>;
+  void SetSleeper(Sleeper way) { sleeper = std::move(way); }
+
   // How often a sleeping poll has moved the clock.
   int Sleeps() const { return sleeps; }
 
@@ -68,4 +75,5 @@ class VirtualTime {
   int quiet_spins = 16;
   int64_t spin_step = 50'000;
   std::multimap<int64_t, std::function<void()>> scheduled;
+  Sleeper sleeper;
 };

@@ -1,0 +1,128 @@
+// One virtual clock for two processes, the one that is measured and its peers, so that the system tells what each has
+// taken. One of them runs at a time: where its loop would sleep it passes the turn. The measured one gets it back only
+// when something of what it waits for is ready or its deadline has come, as from the system's own poll(2). The peers
+// look for it, as the two share their descriptors (clone(2)).
+//
+// The peers' side is the process that builds this and the VirtualTime before it; Start makes the other one.
+
+#pragma once
+
+#include <poll.h>
+#include <sched.h>
+#include <semaphore.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdint>
+#include <ctime>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+
+#include "tests/support/virtual_time.h"
+
+// Memory that a process shares with those that it starts, for good.
+template <class T>
+T& MakeShared() {
+  void* const place = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  if (place == MAP_FAILED) throw std::runtime_error("no memory to be had");
+  return *new (place) T{};
+}
+
+class SharedClock {
+ public:
+  explicit SharedClock(VirtualTime& time) : _time(time) {
+    sem_init(&_shared.measured, 1, 0);
+    sem_init(&_shared.peers, 1, 0);
+  }
+  SharedClock(const SharedClock&) = delete;
+  SharedClock& operator=(const SharedClock&) = delete;
+  ~SharedClock() {
+    if (_measured < 0) return;
+    kill(_measured, SIGKILL);
+    waitpid(_measured, nullptr, 0);
+  }
+
+  // Before the loop has clients. `life` begins with the first sleep of the peers, or Pass, and doesn't end.
+  void Start(const std::function<void()>& life) {
+    constexpr size_t kStack = 8 << 20;  // bytes
+    _stack = std::make_unique<char[]>(kStack);
+    _life = life;
+    const auto begin = [](void* self) { return static_cast<SharedClock*>(self)->_Live(); };
+    _measured = clone(begin, _stack.get() + kStack, CLONE_FILES | SIGCHLD, this);
+    if (_measured < 0) throw std::runtime_error("no process to be had");
+    _time.SetSleeper([this](pollfd* fds, nfds_t count, int64_t deadline) { _PeersSleep(fds, count, deadline); });
+  }
+
+  // From the measured one: seconds of processor time that its passing of turns has taken. A poll that really sleeps
+  // takes as much or less.
+  double Passing() const { return _passing; }
+
+  // From the peers: the measured one gets the turn, and does what it finds to do.
+  void Pass() { _Pass(_shared.measured, _shared.peers); }
+
+ private:
+  static constexpr nfds_t kMost = 64;    // descriptors
+  static constexpr long kRest = 50'000;  // nanoseconds, for the kernel's worker behind a pty
+
+  struct Shared {
+    sem_t measured, peers;
+    int64_t now;  // of the one that ran last
+    // What the measured one waits for.
+    pollfd fds[kMost];
+    nfds_t count;
+    int64_t deadline;
+  };
+
+  int _Live() {
+    _time.SetSleeper([this](const pollfd* fds, nfds_t count, int64_t deadline) {
+      if (count > kMost) abort();
+      std::copy(fds, fds + count, _shared.fds);
+      _shared.count = count;
+      _shared.deadline = deadline;
+      const double start = _Taken();
+      _Pass(_shared.peers, _shared.measured);
+      _passing += _Taken() - start;
+    });
+    while (sem_wait(&_shared.measured) != 0) continue;
+    _time.monotonic = _shared.now;
+    _life();
+    _exit(1);
+  }
+
+  static double _Taken() {
+    timespec taken = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &taken);
+    return static_cast<double>(taken.tv_sec) + static_cast<double>(taken.tv_nsec) * 1e-9;
+  }
+
+  void _Pass(sem_t& other, sem_t& own) {
+    _shared.now = _time.monotonic;
+    sem_post(&other);
+    while (sem_wait(&own) != 0) continue;
+    _time.monotonic = _shared.now;
+  }
+
+  void _PeersSleep(pollfd* fds, nfds_t count, int64_t deadline) {
+    for (const timespec rest = {0, kRest}, none = {};;) {
+      if (ppoll(fds, count, &none, nullptr) > 0) return;
+      if (ppoll(_shared.fds, _shared.count, &rest, nullptr) > 0) {
+        Pass();
+        continue;
+      }
+      if (ppoll(fds, count, &none, nullptr) > 0) return;
+      _time.monotonic = std::max(std::min(deadline, _shared.deadline), _time.monotonic.load());
+      if (_time.monotonic >= deadline) return;
+      Pass();
+    }
+  }
+
+  VirtualTime& _time;
+  Shared& _shared = MakeShared<Shared>();
+  std::unique_ptr<char[]> _stack;
+  std::function<void()> _life;
+  pid_t _measured = -1;
+  double _passing = 0;
+};
