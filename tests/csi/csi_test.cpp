@@ -1,7 +1,6 @@
 #include <gtest/gtest.h>
 #include <jsoncpp/json/reader.h>
 
-#include <cstdlib>
 #include <deque>
 #include <optional>
 #include <random>
@@ -15,6 +14,7 @@
 #include "runtime/datachecksum.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/poll_runner.h"
+#include "tests/support/setting.h"
 #include "tests/support/virtual_time.h"
 
 // Disks take their time: what is synced is noted, in order, and left to the system.
@@ -311,10 +311,6 @@ struct Model {
 class CSIWeek : public CSITest {
  protected:
   static constexpr time_t kStart = 1'711'584'000;  // 2024-03-28
-  static int Wanted(const char* variable, int otherwise) {
-    const char* const value = getenv(variable);
-    return value != nullptr ? atoi(value) : otherwise;
-  }
   CSIWeek() : CSITest(kStart) {
     _pending = [this] { return Collect(), !_model.queue.empty(); };
   }
@@ -386,7 +382,7 @@ class CSIWeek : public CSITest {
     _lines.clear();
   }
 
-  std::mt19937 _random{static_cast<uint32_t>(Wanted("MOORLOG_CSI_SEED", 7))};
+  std::mt19937 _random{static_cast<uint32_t>(Setting("MOORLOG_CSI_SEED", 7))};
   Model _model;
   Zone _zone = kZones[0];
   int _live = 0, _told = 0;
@@ -394,9 +390,9 @@ class CSIWeek : public CSITest {
 };
 
 TEST_F(CSIWeek, EachRowThatWasTheNewestIsStoredOnceAndTheClockIsSetInTime) {
-  const int awake = Wanted("MOORLOG_CSI_AWAKE", 2) * 12;  // steps
+  const int awake = Setting("MOORLOG_CSI_AWAKE", 2) * 12;  // steps
   std::optional<CapturedOutput> output(std::in_place);
-  for (int hour = 1; hour <= 24 * Wanted("MOORLOG_CSI_DAYS", 7) && !HasFailure(); ++hour) {
+  for (int hour = 1; hour <= 24 * Setting("MOORLOG_CSI_DAYS", 7) && !HasFailure(); ++hour) {
     if (Random(3) == 0) ComeBack();
     if (!_pull->IsActive()) Start();
     for (int step = Random(24); step < awake + 12 && !HasFailure(); ++step) Step();

@@ -57,9 +57,7 @@ void ExpectPower() {
 }
 
 TEST(DAQMDevice, PowersTheBusAsLongAsItExists) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
-  const auto result = RunInMountNamespace(ExpectPower);
-  EXPECT_EQ(result.exit_status, 0) << result.output;
+  ExpectInMountNamespace(ExpectPower);
 }
 
 void ExpectFailingPower() {
@@ -83,13 +81,11 @@ void ExpectFailingPower() {
 }
 
 TEST(DAQMDevice, TellsThatThePowerCouldNotBeSwitched) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
-  const auto result = RunInMountNamespace(ExpectFailingPower);
-  EXPECT_EQ(result.exit_status, 0) << result.output;
+  ExpectInMountNamespace(ExpectFailingPower);
 }
 
 TEST(DAQMDevice, SendsWholeLinesOrNone) {
-  const auto result = RunInChild([] {
+  ExpectInChild([] {
     if (!BecomeRoot()) return;
     Gpio::_debug = true;
     Pty pty;
@@ -117,7 +113,6 @@ TEST(DAQMDevice, SendsWholeLinesOrNone) {
                   "DAQM Rx: one\r\nDAQM Rx: two\n" + pty.Path() +
                   " ERRORS:  FRAMING: 0 OVERRUN: 0 PARITY: 0 BREAK: 0 BUFOVERRUN: 0\n");
   });
-  EXPECT_EQ(result.exit_status, 0) << result.output;
 }
 
 }  // namespace

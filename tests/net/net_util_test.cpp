@@ -112,9 +112,8 @@ void ExpectOddTrees() {
 TEST(NetworkInterfaces, AreAsTheSystemHasThem) {
   if (RunInMountNamespace([] { ASSERT_TRUE(MakeNetwork()); }).exit_status != 0)
     GTEST_SKIP() << "needs iproute2 and the right to make networks";
-  const ChildResult real = RunInMountNamespace(ExpectInterfaces), odd = RunInMountNamespace(ExpectOddTrees);
-  EXPECT_EQ(0, real.exit_status) << real.output;
-  EXPECT_EQ(0, odd.exit_status) << odd.output;
+  ExpectInMountNamespace(ExpectInterfaces);
+  ExpectInMountNamespace(ExpectOddTrees);
 }
 
 }  // namespace

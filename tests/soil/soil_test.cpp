@@ -2,7 +2,6 @@
 
 #include <gtest/gtest.h>
 
-#include <csignal>
 #include <map>
 #include <random>
 #include <set>
@@ -13,9 +12,9 @@
 #include "json/statefile.h"
 #include "net/net_util.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/child_process.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
+#include "tests/support/setting.h"
 #include "tests/support/virtual_time.h"
 
 namespace {
@@ -140,8 +139,7 @@ TEST(SoilRequests, AreTheLastTenThousandAtMost) {
 }
 
 TEST(SoilFile, IsWhereItBelongsAndItsFailureIsTold) {
-  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount";
-  const auto result = RunInMountNamespace([] {
+  ExpectInMountNamespace([] {
     MountEmpty("/home");
     Soil soil(false, false);
     SoilData data = Measurement(12);
@@ -155,33 +153,6 @@ TEST(SoilFile, IsWhereItBelongsAndItsFailureIsTold) {
     soil.GotSoilMeasurement(data);
     EXPECT_EQ(ReadStateFile("/home/tarno/.config/Soil.conf")[Hostname()]["obs"], 12);
   });
-  EXPECT_EQ(result.exit_status, 0) << result.output;
-}
-
-TEST(SoilFile, IsOldOrNewWhenTheProcessIsKilled) {
-  const TempDirectory dir;
-  int last = 0;
-  for (int kill = 0; kill < 200; ++kill) {
-    const auto result = RunInChild([&] {
-      Manager soil(dir.Path());
-      sigevent end{};
-      end.sigev_notify = SIGEV_SIGNAL;
-      end.sigev_signo = SIGKILL;
-      timer_t timer;
-      timer_create(CLOCK_MONOTONIC, &end, &timer);
-      for (int observation = last + 1;; ++observation) {
-        SoilData data = Measurement(observation);
-        soil.GotSoilStatus(data);
-        soil.GotSoilMeasurement(data);
-        const itimerspec when = {{}, {0, 1 + kill * 9'973}};
-        if (observation == last + 1) timer_settime(timer, 0, &when, nullptr);
-      }
-    });
-    ASSERT_EQ(result.signal, SIGKILL);
-    const int now = ReadStateFile(dir / "Soil.conf")[Hostname()]["obs"].asInt();
-    ASSERT_GT(now, last);
-    last = now;
-  }
 }
 
 // What goes out once a day up to the files, on the day of `moment` at "hhmmss".
@@ -287,11 +258,7 @@ class SoilWeek : public SoilTest {
       if (at->substr(19) <= last || copied <= at->substr(19)) _wrong.push_back(*at);
     if (*at != kStart || at[1] != kState) _wrong.push_back(*at);
   }
-  static uint32_t Seed() {
-    const char* const seed = getenv("MOORLOG_SOIL_SEED");
-    return seed != nullptr ? static_cast<uint32_t>(atoi(seed)) : 7;
-  }
-  std::mt19937 _random{Seed()};
+  std::mt19937 _random{static_cast<uint32_t>(Setting("MOORLOG_SOIL_SEED", 7))};
   Watched _watched{_dir.Path(), true};
   int _damages = 0;
   std::set<Name> _finished;
@@ -301,14 +268,13 @@ class SoilWeek : public SoilTest {
 };
 
 TEST_F(SoilWeek, EachObservationIsReportedOnceButForThoseThatMayGo) {
-  const char* const days = getenv("MOORLOG_SOIL_DAYS");
   _watched.RegisterListener(this);
   {
     const CapturedOutput ignored;
     _watched.Connect(_instrument.Host());
   }
   _time.Schedule(3 * kHour, [this] { MakeTrouble(); });
-  for (int step = 0; step < 720 * (days != nullptr ? atoi(days) : 7); ++step) Step(step);
+  for (int step = 0; step < 720 * Setting("MOORLOG_SOIL_DAYS", 7); ++step) Step(step);
 
   EXPECT_EQ(_wrong, Lines());
   _days.erase(_days.begin());

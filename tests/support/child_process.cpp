@@ -49,6 +49,11 @@ ChildResult RunInChild(const std::function<void()>& body) {
   return result;
 }
 
+void ExpectInChild(const std::function<void()>& body) {
+  const ChildResult result = RunInChild(body);
+  EXPECT_EQ(result.exit_status, 0) << result.output;
+}
+
 bool AdoptOrphans() {
   return prctl(PR_SET_CHILD_SUBREAPER, 1) == 0;
 }

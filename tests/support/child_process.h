@@ -16,6 +16,9 @@ struct ChildResult {
 // told in `output`, and with SIGABRT when an exception leaves it. It dies with the test.
 ChildResult RunInChild(const std::function<void()>& body);
 
+// For a body of expectations: they are the test's, which fails with what the child has told.
+void ExpectInChild(const std::function<void()>& body);
+
 // From now on children whose parents have ended are this process's own, to wait for. False where that can't be had, as
 // under some emulations of a board.
 bool AdoptOrphans();

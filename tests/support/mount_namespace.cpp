@@ -1,5 +1,6 @@
 #include "tests/support/mount_namespace.h"
 
+#include <gtest/gtest.h>
 #include <sched.h>
 #include <sys/mount.h>
 #include <unistd.h>
@@ -24,6 +25,12 @@ ChildResult RunInMountNamespace(const std::function<void()>& body) {
     if (!Enter()) throw ErrnoError("mount namespace");
     body();
   });
+}
+
+void ExpectInMountNamespace(const std::function<void()>& body) {
+  if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
+  const ChildResult result = RunInMountNamespace(body);
+  EXPECT_EQ(result.exit_status, 0) << result.output;
 }
 
 void MountEmpty(const std::string& target, const std::string& options) {

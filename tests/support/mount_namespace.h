@@ -1,7 +1,6 @@
 // Fixed paths, met by a mount namespace of the test's own: a child sees other files there, the machine doesn't.
 //
-// Needs the right to mount, and a "/" that is a mount point: in a chroot it may be none. A test asks first:
-//   if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
+// Needs the right to mount, and a "/" that is a mount point: in a chroot it may be none.
 
 #pragma once
 
@@ -11,6 +10,9 @@
 #include "tests/support/child_process.h"
 
 bool MountNamespaceAvailable();
+
+// ExpectInChild in a new mount namespace. Where that can't be had the test is skipped, and goes on behind this.
+void ExpectInMountNamespace(const std::function<void()>& body);
 
 // RunInChild in a new mount namespace, out of which no mount gets.
 ChildResult RunInMountNamespace(const std::function<void()>& body);
