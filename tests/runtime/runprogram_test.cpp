@@ -126,11 +126,12 @@ TEST(RunProgram, TellsWhereNoProcessIsToBeHad) {
   if (geteuid() != 0) GTEST_SKIP() << "needs root";
   const std::filesystem::directory_iterator threads("/proc/self/task");
   if (std::distance(begin(threads), end(threads)) > 1) GTEST_SKIP() << "a sanitizer's or emulator's thread would count";
-  const auto result = RunInChild([] {
+  const uid_t user = 1'000'000 + static_cast<uid_t>(getpid());  // whom no other run of the tests takes
+  const auto result = RunInChild([user] {
     for (const rlim_t processes : {2, 1}) {  // of a user who has this one already
       const rlimit alone = {processes, processes};
       setrlimit(RLIMIT_NPROC, &alone);
-      EXPECT_EQ(0, setresuid(54'321, 54'321, 0));
+      EXPECT_EQ(0, setresuid(user, user, 0));
       EXPECT_EQ(processes == 1 ? "Unable to fork: Resource temporarily unavailable" : "nothing thrown",
                 ErrorText([] { RunProgramAsDaemon("/bin/true"); }));
       EXPECT_EQ(0, setresuid(0, 0, 0));
