@@ -26,12 +26,16 @@ bool StationCampbell::IsConnected() const {
 }
 
 void StationCampbell::Apply(const ConfigMoorlog& document) {
-  _host = document.cfg.logger.loggeraddress.get();
   _pull.SetCSITable(document.cfg.logger.loggertable.get());
+  const std::string host = document.cfg.logger.loggeraddress.get();
+  if (std::exchange(_host, host) == host) return;
+  _address.clear();
   _Aim();
+  _lookup.Ask(host);
 }
 
 void StationCampbell::Look() {
+  if (!IsConnected()) _lookup.Ask(_host);
   if (!_gps.Last()) return;
   _pull.SetElevation(_gps.Last()->altitude);
   _pull.SetLatitude(_gps.Last()->latitude);
@@ -44,7 +48,7 @@ void StationCampbell::LookAtDisk() {
 }
 
 void StationCampbell::_Aim() {
-  const std::string host = !_on_disk || _disk.IsThere() ? _host : "";
+  const std::string host = !_on_disk || _disk.IsThere() ? _address : "";
   if (std::exchange(_aimed, host) != host) _pull.SetCSIHostname(host);
 }
 

@@ -1,5 +1,6 @@
 // The Campbell logger: its live values become records, its table rows files for the upload, its clock and position
-// follow ours (csi/pullcsi.h). While the disk isn't there nothing is asked: the rows wait at the logger, as far as it
+// follow ours (csi/pullcsi.h). The document names it by an IPv4 address or the name of a host, which is looked up again
+// as long as nothing comes. While the disk isn't there nothing is asked: the rows wait at the logger, as far as it
 // keeps them.
 
 #pragma once
@@ -8,6 +9,7 @@
 
 #include "csi/pullcsi.h"
 #include "station/gps.h"
+#include "station/hostlookup.h"
 #include "station/instrument.h"
 #include "station/settings.h"
 
@@ -37,6 +39,10 @@ class StationCampbell : public Instrument, private PullCSI::Listener {
   const bool _on_disk;  // is where the rows go
   const StationGPS& _gps;
   RecordFiles _files;
-  std::string _host, _aimed;  // wanted; asked
+  std::string _host, _address, _aimed;  // wanted; found; asked
+  HostLookup _lookup{[this](const std::string& address) {
+    _address = address;
+    _Aim();
+  }};
   _Agent _pull;
 };

@@ -21,22 +21,27 @@ StationSoil::StationSoil(const Settings& settings, const Disk& disk) : _settings
 
 void StationSoil::Apply(const ConfigMoorlog& document) {
   const std::string target = document.cfg.soil.get();
-  if (std::exchange(_target, target) != target) _Build();
+  if (std::exchange(_target, target) == target) return;
+  _address.clear();
+  _Build();
+  _lookup.Ask(target);
 }
 
 void StationSoil::Look() {
-  if (_target.empty()) return;
-  if (IsConnected()) _alive = PollTimer::Now();
+  if (IsConnected())
+    _alive = PollTimer::Now();
+  else
+    _lookup.Ask(_target);
   if (PollTimer::Now() - _alive >= kPatience) _Build();
 }
 
 void StationSoil::_Build() {
   _soil.reset();
-  if (_target.empty()) return;
+  if (_address.empty()) return;
   _alive = PollTimer::Now();
   _soil.emplace(_settings);
   _soil->RegisterListener(this);
-  _soil->Connect(_target);
+  _soil->Connect(_address);
 }
 
 void StationSoil::GotSoilConnected(std::string /*connectedTo*/) {

@@ -2,8 +2,8 @@
 // It is asked for a report once only, so reports that find no disk, or no room, wait for it in memory, the last
 // thousand of them (three weeks of half hours).
 //
-// The document names it by an IPv4 address or the name of a host. A link that has been down for five minutes is built
-// anew.
+// The document names it by an IPv4 address or the name of a host, which is looked up again as long as there is no link.
+// One that has been down for five minutes is built anew.
 
 #pragma once
 
@@ -11,8 +11,10 @@
 #include <deque>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "soil/soil.h"
+#include "station/hostlookup.h"
 #include "station/instrument.h"
 #include "station/settings.h"
 
@@ -48,7 +50,10 @@ class StationSoil : public Instrument, private Soil::Listener {
 
   const Settings& _settings;
   const Disk& _disk;
-  std::string _target;
+  std::string _target, _address;  // wanted; found
+  HostLookup _lookup{[this](const std::string& address) {
+    if (std::exchange(_address, address) != address) _Build();
+  }};
   mutable std::optional<_Agent> _soil;  // asked for its link also where nothing changes
   bool _wanted = true;
   int64_t _alive = 0;  // when it was seen connected last, or built; on PollTimer's clock

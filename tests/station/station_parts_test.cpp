@@ -12,6 +12,7 @@
 #include "station/button.h"
 #include "station/controlport.h"
 #include "station/disk.h"
+#include "station/hostlookup.h"
 #include "station/mishaps.h"
 #include "station/recordfiles.h"
 #include "station/stationclock.h"
@@ -108,6 +109,18 @@ TEST(ControlPort, BearsEveryClient) {
   EXPECT_TRUE(PollUntil([&] { return Tool(port).Asks("y"); })) << "there is room again";
   EXPECT_EQ(ErrorText([] { ControlPort(0, "none", [](const std::string& text) { return text; }); }),
             "Unable to use the interface none: No such device");
+}
+
+TEST(HostLookup, GivesTheAddressOfTheHostThatIsAskedLast) {
+  const CapturedOutput output(STDOUT_FILENO);
+  std::string found;
+  HostLookup lookup([&](const std::string& address) { found += address + ' '; });
+  for (const char* host : {"10.1.2.3", "no.such.host.invalid", "192.168.1.95", "localhost"}) lookup.Ask(host);
+  EXPECT_EQ(found, "10.1.2.3 ");
+  EXPECT_TRUE(PollUntil([&] { return found == "10.1.2.3 127.0.0.1 "; }, 60'000)) << found;
+  lookup.Ask("no.such.host.invalid");
+  EXPECT_TRUE(
+      PollUntil([&] { return output.Text() == "ERROR: no address is known of no.such.host.invalid\n"; }, 60'000));
 }
 
 TEST(Disk, FollowsWhatIsMountedThere) {
