@@ -331,13 +331,15 @@ int main(int argc, char** argv) try {
   reporter.Ask();
   pass_until([&] { return reporter.Answers() > answers; });
   station.PrintUse();
+  const int64_t told = PollTimer::Now();
   const int status = station.End();
+  const int64_t taken = (PollTimer::Now() - told) / 1'000'000;
   if (status != 0) {
     std::cerr << "ERROR: moorlog-station has ended with status " << status << ":\n"
               << std::ifstream(directory / "station.log").rdbuf() << std::flush;
     return 1;
   }
-  std::cout << "ended\n";
+  std::cout << "ended within " << taken << " ms\n";
   const int64_t files = reporter.PrintFiles();
   RunProgram(Program("moorlog-verify") + ' ' + (directory / "disk").string(), std::cout);
   return LastLine({{"records", reporter.Records()}, {"files", files}});
