@@ -26,6 +26,12 @@ uint64_t Disk::Available() const {
   return _there && statvfs(_path.c_str(), &info) == 0 ? uint64_t{info.f_bavail} * info.f_frsize : 0;
 }
 
+int Disk::Used() const {
+  struct statvfs info {};
+  if (!_there || statvfs(_path.c_str(), &info) != 0 || info.f_blocks == 0) return 0;
+  return static_cast<int>(uint64_t{info.f_blocks - info.f_bfree} * 100 / info.f_blocks);
+}
+
 void Disk::Eject() {
   _ejected = true;
   _Look();

@@ -37,6 +37,7 @@ class Disk : public PollItem {
   const std::string& Path() const { return _path; }
   bool IsThere() const { return _there; }
   uint64_t Available() const;  // bytes, for everybody; 0 while it isn't there
+  int Used() const;            // percent, cut to whole ones; likewise
 
   void Eject();
   void Use();  // again

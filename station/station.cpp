@@ -185,7 +185,9 @@ void Station::HandleTimeout() {
 
 void Station::_EachMinute() {
   for (const _Row& row : _table) row.instrument->LookAtDisk();
-  if (_disk.IsThere()) _reclaimer.Reclaim(_disk.Path(), _settings.disk.percent, ".part");
+  // Files take no more than what is used: while that is little there is no need to look at each of them.
+  if (_disk.IsThere() && _disk.Used() >= _settings.disk.percent)
+    _reclaimer.Reclaim(_disk.Path(), _settings.disk.percent, ".part");
 }
 
 StationButton::Light Station::_Light() const {

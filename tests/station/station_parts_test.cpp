@@ -142,6 +142,8 @@ TEST(Disk, FollowsWhatIsMountedThere) {
     MountEmpty(dir.Path(), "size=64k");
     EXPECT_EQ(told(), "came ");
     EXPECT_EQ(disk.Available(), 65'536U);
+    dir.Write("half", std::string(32'768, ' '));
+    EXPECT_EQ(disk.Used(), 50);
     MountEmpty(dir.Path());
     EXPECT_EQ(told(), "went came ");
     disk.Eject();
