@@ -49,6 +49,7 @@ class DAQMBus : public PollItem, public PollTimer {
   // Bodies without their sums; and how many lines had none.
   const std::vector<std::string>& Commands() const { return _commands; }
   int BadCommands() const { return _bad_commands; }
+  void Forget();  // commands, and reports unless some are on their way: for long runs
   bool IsLive() const { return _live; }
 
   // Of a report, by which module, column (1 to kColumns) and moment can be told.
