@@ -34,7 +34,7 @@ TEST(Reclaimer, AnErrorEndsOnlyItsRequestAndQuitIsForGood) {
   if (!MountNamespaceAvailable()) GTEST_SKIP() << "needs the right to mount, and / to be a mount point";
   const TempDirectory place;
   const auto result = RunInMountNamespace([&place] {
-    const std::string path = place.Path();
+    const std::string& path = place.Path();
     MountEmpty(path);
     place.Write("a", std::string(200'000, 'x'));
     ASSERT_EQ(0, mount("none", path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
