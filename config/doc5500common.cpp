@@ -93,7 +93,9 @@ long ConfigCfgClock::TimeDate() const {
   local.tm_year = year - kFirstYear;
   local.tm_mon = month - 1;
   local.tm_isdst = -1;
-  return std::mktime(&local);
+  const std::time_t seconds = std::mktime(&local);
+  // Where a long is the narrower one it ends as mktime itself does.
+  return std::in_range<long>(seconds) ? static_cast<long>(seconds) : -1;
 }
 
 void ConfigCfgClock::TimeDate(long seconds) {

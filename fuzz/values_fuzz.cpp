@@ -239,7 +239,9 @@ void CheckClock(const std::string& date, const std::string& time) {
     local.tm_year = day->at(0) - kFirstYear, local.tm_mon = day->at(1) - 1, local.tm_mday = day->at(2);
     local.tm_hour = moment->at(0), local.tm_min = moment->at(1), local.tm_sec = moment->at(2);
     local.tm_isdst = -1;
-    const std::time_t seconds = std::mktime(&local);
+    const std::int64_t made = std::mktime(&local);
+    const bool fits = made == static_cast<long>(made);
+    const std::time_t seconds = fits ? static_cast<long>(made) : -1;
     expected = std::to_string(seconds);
     local = *std::localtime(&seconds);
     const long year = long{local.tm_year} + kFirstYear;
@@ -247,7 +249,7 @@ void CheckClock(const std::string& date, const std::string& time) {
         Printed(year < 0 ? "-%04ld-%02d-%02d" : "%04ld-%02d-%02d", std::labs(year), local.tm_mon + 1, local.tm_mday);
     const std::string new_time = Printed("%02d:%02d:%02d", local.tm_hour, local.tm_min, local.tm_sec);
     told = std::to_string(clock.TimeDate());
-    clock.TimeDate(seconds);
+    clock.TimeDate(static_cast<long>(seconds));
     if (clock.date.get() != new_date || clock.time.get() != new_time) std::abort();
     if (clock.has_changed() != (new_date != date || new_time != time)) std::abort();
   }
