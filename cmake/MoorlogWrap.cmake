@@ -12,8 +12,8 @@ if(CMAKE_SIZEOF_VOID_P EQUAL 4)
 endif()
 if(MOORLOG_TIME_SIZE GREATER CMAKE_SIZEOF_VOID_P)
   # As Debian 13 has it on a 32-bit board: a second form of each call that takes or gives the time.
-  list(APPEND MOORLOG_LINK_NAMES clock_gettime=__clock_gettime64 gettimeofday=__gettimeofday64 ioctl=__ioctl_time64
-       setsockopt=__setsockopt64 settimeofday=__settimeofday64 time=__time64)
+  list(APPEND MOORLOG_LINK_NAMES adjtimex=___adjtimex64 clock_gettime=__clock_gettime64 gettimeofday=__gettimeofday64
+       ioctl=__ioctl_time64 setsockopt=__setsockopt64 settimeofday=__settimeofday64 time=__time64)
 endif()
 foreach(pair IN LISTS MOORLOG_LINK_NAMES)
   string(REGEX MATCH "^(.*)=(.*)$" pair ${pair})
