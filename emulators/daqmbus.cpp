@@ -208,13 +208,13 @@ void DAQMBus::HandleTimeout() {
   _Flush();
 }
 
-// A line that is cut off for good spoils the one behind it, whichever that is.
 void DAQMBus::Forget() {
   _commands.clear();
   const auto holds_none = [](const Module& module) { return module.held.empty(); };
   if (_in_output.empty() && std::all_of(_modules.begin(), _modules.end(), holds_none)) _reports.clear();
 }
 
+// A line that is cut off for good spoils the one behind it, whichever that is.
 void DAQMBus::_Flush() {
   std::string bytes = std::exchange(_rest, {}) + std::exchange(_output, {});
   std::vector<size_t> reports = std::exchange(_in_output, {});

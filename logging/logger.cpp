@@ -113,10 +113,10 @@ bool Logger::_OpenLogFile() {
   _file_base = _mount_path + '/' + _hostname + '-' + _date + 'T' + StripCharacter(_time, ':');
   const std::string part = _file_base + ".txt.part";
 
-  // What a power cut has left under this name is continued, behind a header of its own.
   _file.close();
   _file.clear();
   _file.rdbuf()->pubsetbuf(nullptr, 0);
+  // What a power cut has left under this name is continued, behind a header of its own.
   _file.open(part, std::ios::out | std::ios::app | std::ios::ate);
   if (_file.fail() || !_file.is_open()) return false;
   std::cout << "Logging to file: " << part << std::endl;
