@@ -14,6 +14,7 @@ namespace {
 
 // An exception of the body ends the child by a signal.
 [[noreturn]] void RunChild(const std::function<void()>& body, int out) noexcept {
+  const bool failed = testing::Test::HasFailure();  // the test, before this child
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   const rlimit no_core = {};
   setrlimit(RLIMIT_CORE, &no_core);
@@ -22,7 +23,7 @@ namespace {
   body();
   std::cout.flush();
   std::fflush(stdout);
-  _exit(testing::Test::HasFailure() ? 99 : 0);
+  _exit(testing::Test::HasFailure() && !failed ? 99 : 0);
 }
 
 }  // namespace
