@@ -60,9 +60,7 @@ void StationGPS::GotGPSData(const GPSData& data) {
   MeasurementRecord<std::tuple_size_v<decltype(data.values)> + 1> line;
   std::copy(data.values.begin(), data.values.end(), line.values.begin());
   line.values.back() = data.seconds + data.nanoseconds / 1e9;
-  const TimeVal now = StationClock::Now();
-  line.seconds = now.seconds;
-  line.nanoseconds = now.nanoseconds;
+  StationClock::Stamp(line);
   line.errorFlags = data.errorFlags;
   _files.Write(DataLine("GPS", line));
 }

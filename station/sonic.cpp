@@ -26,9 +26,7 @@ void StationSonic::Look() {
 
 void StationSonic::GotSonicData(int /*unitNumber*/, const SonicData& data) {
   SonicData stamped = data;
-  const TimeVal now = StationClock::Now();
-  stamped.seconds = now.seconds;
-  stamped.nanoseconds = now.nanoseconds;
+  StationClock::Stamp(stamped);
   _stats.Update(stamped);
   _records.Count();
   if (_record) _files.Write(DataLine("SONIC", stamped));

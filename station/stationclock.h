@@ -34,6 +34,13 @@ class StationClock {
   StationClock(LinuxClock& clock, bool watch, const Law& law);
 
   static TimeVal Now();  // UTC since 1970, to the nanosecond
+  // A record of runtime/measurementrecord.h is of the present moment.
+  template <class Record>
+  static void Stamp(Record& record) {
+    const TimeVal now = Now();
+    record.seconds = now.seconds;
+    record.nanoseconds = now.nanoseconds;
+  }
 
   void GotPulse(const TimeVal& moment);  // by the system's clock
   void GotFix(const TimeVal& moment);    // of the GPS
