@@ -1,21 +1,15 @@
 #include "station/analyser.h"
 
-#include <arpa/inet.h>
-
 #include <iostream>
 #include <set>
 #include <utility>
 
 #include "runtime/datachecksum.h"
+#include "station/hostlookup.h"
 
 namespace {
 
 constexpr int64_t kPatience = 300'000'000'000;  // nanoseconds
-
-bool IsIPv4(const std::string& text) {
-  in_addr address;
-  return inet_pton(AF_INET, text.c_str(), &address) == 1;
-}
 
 }  // namespace
 
@@ -44,7 +38,7 @@ void StationAnalyser::Look() {
 void StationAnalyser::_BuildLink() {
   _connected = false;
   _alive = PollTimer::Now();
-  GetHead() = IsIPv4(_target) ? Head(this, _port, _verbose) : Head(this, _verbose);
+  GetHead() = HostLookup::IsAddress(_target) ? Head(this, _port, _verbose) : Head(this, _verbose);
   GetHead().Connect(_target);
 }
 

@@ -28,15 +28,19 @@ void LookUp(const std::string& host, int answer) {
 
 }  // namespace
 
+bool HostLookup::IsAddress(const std::string& host) {
+  in_addr address;
+  return inet_pton(AF_INET, host.c_str(), &address) == 1;
+}
+
 void HostLookup::Ask(const std::string& host) {
   _host = host;
   if (!_answer.IsOpen()) _Begin();
 }
 
 void HostLookup::_Begin() {
-  in_addr address;
   if (_host.empty()) return;
-  if (inet_pton(AF_INET, _host.c_str(), &address) == 1) return _found(_host);
+  if (IsAddress(_host)) return _found(_host);
   int ends[2];
   if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends) != 0) return;
   _answer._set_fileno(ends[0]);

@@ -17,6 +17,9 @@ class HostLookup : private PollItem {
   using Found = std::function<void(const std::string& address)>;
   explicit HostLookup(Found found) : PollItem(POLLIN, true), _found(std::move(found)) {}
 
+  // An IPv4 address as text, which needs no looking up.
+  static bool IsAddress(const std::string& host);
+
   // An address is its own, and found at once. Of the names that are asked while another one is being looked up, the
   // last one counts. One that isn't found is told on standard output, the same one once, and may be asked again.
   void Ask(const std::string& host);
