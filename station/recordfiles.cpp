@@ -157,10 +157,8 @@ void RecordFiles::_FinishLeftovers() {
     fs::path text = part;
     text.replace_extension();
     while (fs::exists(text, error)) text.replace_filename(text.stem().string() + "-2.txt");
-    if (fs::file_size(part, error) == 0)
-      fs::remove(part, error);
-    else
-      fs::rename(part, text, error);
+    CutBehindLastLine(part);
+    if (fs::exists(part, error)) fs::rename(part, text, error);
     _left = _left || error;
   }
 }

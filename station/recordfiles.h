@@ -3,8 +3,8 @@
 //
 // Nothing is written while the disk isn't there: lines are counted as lost then, and never land on the board's own
 // disk. What a kill or a power cut has left under its working name is finished when the disk is found: renamed, so that
-// it is packed off or reclaimed like others, or deleted where it is empty. A file that a write has failed in is cut
-// behind its last whole line.
+// it is packed off or reclaimed like others. It, and a file that a write has failed in, is cut behind its last whole
+// line, and deleted where there is none.
 //
 // Names and heads of files, and the moments when they end, go by the system's clock in UTC. Where that goes back, the
 // file ends, so that times in one file only go on; and no file gets the name of another one that is there: it is called

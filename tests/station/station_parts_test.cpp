@@ -165,7 +165,7 @@ TEST(Disk, FollowsWhatIsMountedThere) {
 TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
   const TempDirectory dir;
   VirtualTime time;
-  dir.Write("x-2024-02-01T000000.txt.part", "a\n");
+  dir.Write("x-2024-02-01T000000.txt.part", "a\nb");
   dir.Write("x-2024-02-01T000000.txt", "b\n");
   dir.Write("x-2024-02-02T000000.txt.part", "");
   dir.Write("other-2024-02-02T000000.txt.part", "");
@@ -199,6 +199,7 @@ TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
                              "x-2024-02-01T000000.txt", "x-2024-02-01T000000-2.txt", "other-2024-02-02T000000.txt.part",
                              "x-2024-03-01T000000.txt", "x-2024-03-01T000005.txt", "x-2024-03-01T000010.txt",
                              "x-2024-03-01T000011.txt", "x-2024-02-29T230010.txt", "x-2024-02-29T230009.txt"}));
+  EXPECT_EQ(dir.Read("x-2024-02-01T000000-2.txt"), "a\n");
   EXPECT_TRUE(dir.Read("x-2024-03-01T000005.txt").ends_with("Timezone:\tUTC\nXH\tCHK\n3\n"));
 }
 
