@@ -9,11 +9,12 @@
 #include <sys/mount.h>
 #include <sys/wait.h>
 
+#include <array>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
 #include <fstream>
-#include <map>
+#include <limits>
 #include <random>
 #include <sstream>
 
@@ -40,15 +41,12 @@ constexpr int kTroubles = 16;
 // What the lives of the station leave for the one who looks at its files; in memory that outlives them. Lines of the
 // analyser are numbered through all lives.
 struct Ledger {
-  static constexpr int kMost = 10'000;
-  // Lines that needn't be in a file.
-  void Excuse(int from, int to) {
-    if (excuses < kMost) excused[excuses++] = {from, to};
-  }
+  // Lines that needn't be in a file; without an end as far as a kill.
   struct Range {
-    int from, to;
-  } excused[kMost];
-  int excuses = 0;
+    int from, to = std::numeric_limits<int>::max();
+  };
+  std::array<Range, 10'000> excused;
+  size_t excuses = 0;
   int sent = 0;
   int troubles = 0;
   int deck[kTroubles] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};  // of them, as they come
@@ -139,11 +137,11 @@ class Life {
 
   // Lasts for less than ten minutes. Lines of the analyser that are sent meanwhile may be lost, and so may `before`.
   void _Lose(int before, int seconds, const std::function<void()>& end, int after = 3) {
-    const int from = _Number() - before;
+    Ledger::Range& excused = _ledger.excused.at(_ledger.excuses++) = {_Number() - before};
     _Pass(seconds * kSecond);
     end();
     _Pass(after * kSecond);
-    _ledger.Excuse(from, _Number() + 1);
+    excused.to = _Number() + 1;
   }
 
   void _Tell(const std::string& command) {
@@ -262,8 +260,9 @@ class Inspector {
         ADD_FAILURE() << line;
     }
     if (killed) {
-      ledger.Excuse(ledger.sent - kUnwritten, ledger.sent + kUnwritten);
+      ledger.excused.at(ledger.excuses++) = {ledger.sent - kUnwritten};
       ledger.sent += kUnwritten;
+      for (Ledger::Range& range : ledger.excused) range.to = std::min(range.to, ledger.sent);
     }
     _found.resize(static_cast<size_t>(ledger.sent));
     _excused.resize(_found.size());
@@ -275,7 +274,7 @@ class Inspector {
     for (const fs::path& path : finished) fs::remove(path);
     if (killed) return;
     for (; ledger.excuses > 0; --ledger.excuses)
-      for (auto [number, last] = ledger.excused[ledger.excuses - 1]; number <= last; ++number)
+      for (auto [number, last] = ledger.excused.at(ledger.excuses - 1); number <= last; ++number)
         if (number >= 0 && number < ledger.sent) _excused[number] = true;
     for (; _checked < _found.size(); ++_checked)
       if (!_found[_checked] && !_excused[_checked]) ADD_FAILURE() << "line " << _checked << " is in no file";
