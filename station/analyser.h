@@ -1,9 +1,10 @@
 // The methane analyser: its link, the live copy of its document, and its data lines on their way into files, as they
 // come or with some of their columns only.
 //
-// The document names it by its service or by an IPv4 address. A link that has been down for five minutes, or silent, is
-// built anew: it follows an instrument that has got another address, one that lost its power and so never ended the
-// connection, and a new start of the Avahi daemon, none of which a link notices by itself (analyser/head.h).
+// The document names it by its service, whose port is always 5500, or by an IPv4 address. A link that has been down for
+// five minutes, or silent, is built anew: it follows an instrument that has got another address, one that lost its
+// power and so never ended the connection, and a new start of the Avahi daemon, none of which a link notices by itself
+// (analyser/head.h).
 
 #pragma once
 
