@@ -80,7 +80,6 @@ BonjourClientImpl::~BonjourClientImpl() {
 }
 
 void BonjourClientImpl::Retire(std::unique_ptr<BonjourClientImpl> impl) {
-  impl->_listener = nullptr;
   // At once: the daemon would refuse the same names to the next life. No frame of the library works on the group now.
   impl->_Withdraw();
   AvahiCall::Bury(std::move(impl));
@@ -132,7 +131,6 @@ void BonjourClientImpl::_Browsed(AvahiServiceBrowser*, AvahiIfIndex interface, A
                                  AvahiLookupResultFlags, void* impl) {
   AvahiCall::Guard([=] {
     auto& self = *static_cast<BonjourClientImpl*>(impl);
-    if (self._listener == nullptr) return;
     if (event == AVAHI_BROWSER_NEW) {
       if (avahi_service_resolver_new(self._client, interface, protocol, name, type, domain, protocol,
                                      AvahiLookupFlags{}, _Resolved, impl) == nullptr)
@@ -149,7 +147,6 @@ void BonjourClientImpl::_Resolved(AvahiServiceResolver* resolver, AvahiIfIndex i
                                   AvahiLookupResultFlags, void* impl) {
   AvahiCall::Guard([=] {
     auto& self = *static_cast<BonjourClientImpl*>(impl);
-    if (self._listener == nullptr) return;
     if (event == AVAHI_RESOLVER_FOUND)
       self._listener->AddService(name, type, domain, static_cast<unsigned int>(interface), host,
                                  AddressOf(*address, interface, port), TxtPairs(txt));
@@ -166,7 +163,7 @@ void BonjourClientImpl::_Withdraw() {
 }
 
 void BonjourClientImpl::_Error(const std::string& message) {
-  if (_listener != nullptr) _listener->ServiceError(message);
+  _listener->ServiceError(message);
 }
 
 BonjourClient::BonjourClient(BonjourClientListener* listener)

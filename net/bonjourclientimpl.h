@@ -41,7 +41,8 @@ class BonjourClientImpl {
   BonjourClientImpl& operator=(const BonjourClientImpl&) = delete;
   ~BonjourClientImpl();
 
-  // The listener hears nothing more and the registrations are gone; all else ends when the library is off the stack.
+  // The registrations are gone at once; all else ends when the library is off the stack. The listener hears nothing
+  // more: the library calls back once for each message of the bus, and never when something of its own is freed.
   static void Retire(std::unique_ptr<BonjourClientImpl> impl);
 
   // To be called once, before the others: connects to the daemon.
@@ -65,7 +66,7 @@ class BonjourClientImpl {
   void _Withdraw();
   void _Error(const std::string& message);
 
-  BonjourClientListener* _listener;
+  BonjourClientListener* const _listener;
   AvahiClient* _client = nullptr;
   AvahiEntryGroup* _group = nullptr;  // made at the first registration
 };

@@ -82,6 +82,8 @@ TEST(AvahiPoll, GivesEachWatchOfADescriptorItsOwnEvents) {
   EXPECT_THAT(got, ElementsAre(AVAHI_WATCH_IN, 0, AVAHI_WATCH_OUT, 0));
   EXPECT_EQ(AVAHI_WATCH_IN, api.watch_get_events(read));
   EXPECT_EQ(AVAHI_WATCH_OUT, api.watch_get_events(write));
+  action = [](int) { AvahiCall::Guard([] { throw std::runtime_error("enough"); }); };
+  EXPECT_EQ("enough", ErrorText([] { PollPasses(1); }));
   // The first is freed in the callback of the second, and that one in its own.
   api.watch_update(read, AVAHI_WATCH_ERR);
   action = [&](int event) { got = {event}, api.watch_free(read), api.watch_free(write); };
