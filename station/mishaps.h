@@ -21,7 +21,8 @@ class Mishaps {
     std::cout << "ERROR: " << text << std::endl;
     const int64_t now = PollTimer::Now();
     std::erase_if(_came, [now](const auto& other) { return now - other.second.back() > kMinute; });
-    if (_came.size() == kMost) _came.clear();  // errors that tell something else each time aren't kept for ever
+    // Those that tell something else each time aren't kept for ever.
+    if (_came.size() >= kMost && !_came.contains(text)) _came.clear();
     std::deque<int64_t>& times = _came[text];
     while (!times.empty() && now - times.front() > kMinute) times.pop_front();
     times.push_back(now);
