@@ -1,14 +1,11 @@
-// The soil chamber: its measurements are looked after (soil/soil.h), and each of its reports becomes a file of its own.
-// It is asked for a report once only, so reports that find no disk, or no room, wait for it in memory, the last
-// thousand of them (three weeks of half hours).
+// The soil chamber: its measurements are looked after (soil/soil.h), and its reports go to the disk
+// (station/soilreports.h).
 //
 // The document names it by an IPv4 address or the name of a host, which is looked up again as long as there is no link.
 // One that has been down for five minutes is built anew.
 
 #pragma once
 
-#include <ctime>
-#include <deque>
 #include <optional>
 #include <string>
 #include <utility>
@@ -17,6 +14,7 @@
 #include "station/hostlookup.h"
 #include "station/instrument.h"
 #include "station/settings.h"
+#include "station/soilreports.h"
 
 class StationSoil : public Instrument, private Soil::Listener {
  public:
@@ -28,7 +26,7 @@ class StationSoil : public Instrument, private Soil::Listener {
   void Look() override;
   void Record(bool on) override { _wanted = on; }
 
-  void LookAtDisk() override { _WriteWaiting(); }
+  void LookAtDisk() override { _reports.Write(); }
 
  private:
   // What it has fetched is remembered in the station's own directory.
@@ -37,19 +35,12 @@ class StationSoil : public Instrument, private Soil::Listener {
     _Agent(const Settings& settings) : Soil(false, settings.verbose) { _confDirectory = settings.state; }
   };
 
-  struct _Report {
-    time_t moment;
-    std::string text;
-  };
-
   void _Build();
-  void _WriteWaiting();
-  std::string _PathOf(const _Report& report) const;
   void GotSoilConnected(std::string connectedTo) override;
   void GotSoilReport(long timestamp, std::string report) override;
 
   const Settings& _settings;
-  const Disk& _disk;
+  SoilReports _reports;
   std::string _target, _address;  // wanted; found
   HostLookup _lookup{[this](const std::string& address) {
     if (std::exchange(_address, address) != address) _Build();
@@ -57,6 +48,4 @@ class StationSoil : public Instrument, private Soil::Listener {
   mutable std::optional<_Agent> _soil;  // asked for its link also where nothing changes
   bool _wanted = true;
   int64_t _alive = 0;  // when it was seen connected last, or built; on PollTimer's clock
-  std::deque<_Report> _waiting;
-  bool _told = false;  // why they have to
 };

@@ -1,0 +1,113 @@
+// Soil reports to a disk that comes and goes, beside a plain list of those that wait: what stands in the directory
+// afterwards is each report once, none that was written is replaced, and no others are lost than the oldest of more
+// than a thousand.
+//
+// Input: a byte for each step. The upper four bits choose one of a few moments and texts; the lower four add the
+// report, or many, or take the disk away, put it back, make its directory unwritable and writable again.
+
+#include <algorithm>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <ctime>
+#include <deque>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <iterator>
+#include <map>
+#include <string>
+#include <utility>
+
+#include "emulators/temp_directory.h"
+#include "station/soilreports.h"
+
+namespace {
+
+constexpr long kMoment = 1'709'251'200;  // 2024-03-01 00:00:00 UTC
+
+void Require(bool condition) {
+  if (!condition) std::abort();
+}
+
+// A second form of the waiting line: files by their moment.
+struct Model {
+  void Write() {
+    for (; there && !broken && !waiting.empty(); waiting.pop_front()) {
+      auto [moment, text] = waiting.front();
+      while (files.count(moment) > 0 && files[moment] != text) ++moment;
+      files[moment] = text;
+    }
+  }
+  std::deque<std::pair<long, std::string>> waiting;
+  std::map<long, std::string> files;
+  bool there = true, broken = false;
+};
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  static const TempDirectory place(TempDirectory::Memory());
+  static const std::string path = place / "disk", aside = place / "aside", name = "bog";
+  for (const std::string& each : {path, aside}) std::filesystem::remove_all(each);
+  std::filesystem::create_directory(path);
+  std::cout.setstate(std::ios::badbit);  // what has to wait is told
+  Disk disk(path, true);
+  SoilReports reports(disk, name);
+  Model model;
+  const auto mend = [&] {
+    if (std::exchange(model.broken, false)) std::filesystem::rename(aside, path);
+  };
+  for (std::size_t i = 0; i < std::min<std::size_t>(size, 200); ++i) {
+    const long moment = kMoment + (data[i] >> 4 & 3);
+    const std::string text = "report " + std::to_string(data[i] >> 6) + std::string(data[i] >> 6, '\n');
+    switch (const int deed = data[i] & 15; deed) {
+      case 0:
+        mend();  // a directory that isn't there is no disk
+        disk.Eject();
+        model.there = false;
+        break;
+      case 1:
+        mend();
+        disk.Use();
+        model.there = true;
+        break;
+      case 2:
+        if (!std::exchange(model.broken, true)) std::filesystem::rename(path, aside);
+        break;
+      case 3:
+        mend();
+        reports.Write();
+        model.Write();
+        break;
+      default:
+        for (int count = deed == 4 ? 300 : 1; count > 0; --count) {
+          const long its = moment + 7L * count;
+          reports.Add(its, text);
+          if (model.waiting.size() == SoilReports::kMost) model.waiting.pop_front();
+          model.waiting.emplace_back(its, text);
+          model.Write();
+        }
+    }
+  }
+  mend();
+  disk.Use();
+  model.there = true;
+  reports.Write();
+  model.Write();
+  std::cout.clear();
+  std::map<std::string, std::string> expected, found;
+  for (const auto& [moment, text] : model.files) {
+    tm parts = {};
+    char file[64];
+    gmtime_r(&moment, &parts);
+    strftime(file, sizeof file, "bog-soil-%Y-%m-%dT%H%M%S.txt", &parts);
+    expected[file] = text;
+  }
+  for (const auto& entry : std::filesystem::directory_iterator(path)) {
+    std::ifstream file(entry.path(), std::ios::binary);
+    found[entry.path().filename()].assign(std::istreambuf_iterator<char>(file), {});
+  }
+  Require(found == expected);
+  return 0;
+}
