@@ -67,7 +67,7 @@ std::vector<std::string> List(const std::string& path) {
   std::vector<std::string> names;
   std::string name;
   for (int type = DT_UNKNOWN; entries.GetNextEntry(name, &type);)
-    if ((type == DT_LNK || type == DT_DIR) && !name.empty() && name[0] != '.') names.push_back(name);
+    if ((type == DT_LNK || type == DT_DIR) && name[0] != '.') names.push_back(name);
   return names;
 }
 
@@ -105,9 +105,9 @@ std::string HexBytes(const char* bytes, size_t count) {
 }  // namespace
 
 std::string Hostname() {
-  char name[128]{};  // the last byte stays zero
-  // A longer name is cut, and reported as such.
-  if (gethostname(name, sizeof name - 1) != 0 && errno != ENAMETOOLONG) return {};
+  char name[128]{};  // the last byte stays zero, and all of them if there is no name
+  // A longer name is cut, and reported as an error.
+  [[maybe_unused]] const int cut = gethostname(name, sizeof name - 1);
   return name;
 }
 
@@ -169,8 +169,12 @@ void NetworkBridge::Refresh() {
   exists = true;
   const std::string tree = kNetworkTree + name;
   interfaces = List(tree + "/brif");
-  int flag = 0;
-  topologyChange = ReadFile(tree + "/bridge/topology_change", flag) && flag != 0;
-  topologyChangeDetected = ReadFile(tree + "/bridge/topology_change_detected", flag) && flag != 0;
+  const auto is_set = [&tree](const char* file) {
+    int flag = 0;
+    ReadFile(tree + "/bridge/" + file, flag);
+    return flag != 0;
+  };
+  topologyChange = is_set("topology_change");
+  topologyChangeDetected = is_set("topology_change_detected");
   ReadFile(tree + "/bridge/topology_change_timer", topologyChangeTimer);
 }
