@@ -181,8 +181,6 @@ void Analyser::_SendColumns() {
 }
 
 void Analyser::_SendDocument(std::string text) {
-  if (!IsConnected()) return;
-  ++_documents;
   std::erase(text, '\n');
   Send(text + '\n');
 }

@@ -43,9 +43,8 @@ class Analyser : public LineServer, public PollTimer, private Doc5500::Listener 
   // Each line that it was sent, without its end.
   const std::vector<std::string>& Commands() const { return _commands; }
   void ForgetCommands() { _commands.clear(); }
-  int LinesSent() const { return _lines; }          // of data; the number of the next one
-  void CountFrom(int number) { _lines = number; }   // as if so many had been sent
-  int DocumentsSent() const { return _documents; }  // acknowledgements, answers, errors and changes
+  int LinesSent() const { return _lines; }         // of data; the number of the next one
+  void CountFrom(int number) { _lines = number; }  // as if so many had been sent
 
   // Through the Avahi daemon, as a service of this host; by Vanish it is withdrawn and nobody can connect any more.
   void Announce(const std::string& name);
@@ -82,7 +81,6 @@ class Analyser : public LineServer, public PollTimer, private Doc5500::Listener 
   std::string _columns;  // the last DATAH line of this connection
   int _rate = 0;
   int _lines = 0;
-  int _documents = 0;
   std::vector<std::string> _commands;
   std::optional<Announcement> _announcement;
   uint32_t _noise = 1;

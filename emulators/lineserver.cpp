@@ -94,12 +94,6 @@ void LineServer::Peer::HandleWrite() {
   SetRequestedEvents(_queue.empty() ? POLLIN : POLLIN | POLLOUT);
 }
 
-void LineServer::MoveTo(const std::string& host) {
-  _host = host;
-  HangUp();
-  Listen();
-}
-
 void LineServer::Refuse() {
   _door.Close();
 }

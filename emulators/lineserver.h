@@ -19,10 +19,7 @@ class LineServer {
   int Connections() const { return _connections; }  // taken so far
   bool IsConnected() const { return _peer.IsOpen(); }
 
-  // Where it is to be found from now on; ends the connection.
-  void MoveTo(const std::string& host);
-
-  void Refuse();             // takes no connection until Listen or MoveTo; the present one stays
+  void Refuse();             // takes no connection until Listen; the present one stays
   void Listen();             // again
   void Stall(bool stalled);  // sends nothing and reads nothing while the connection stands
   void HangUp();             // ends the connection between two lines
@@ -77,7 +74,7 @@ class LineServer {
 
   void _Take(const Socket& socket);
 
-  std::string _host;
+  const std::string _host;
   int _port;
   Door _door{*this};
   Peer _peer{*this};

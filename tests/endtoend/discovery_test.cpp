@@ -51,4 +51,25 @@ TEST(Discovery, ARecorderFindsItsAnalyserAgainAfterFiveMinutes) {
   });
 }
 
+// It says goodbye at one host, and is there at the other.
+TEST(Discovery, ARecorderFollowsItsAnalyserToAnotherHost) {
+  if (const std::string why = AvahiHosts::Missing(); !why.empty()) GTEST_SKIP() << why;
+  const AvahiHosts hosts;
+  const TempDirectory disk;
+  std::optional<Analyser> analyser;
+  Recorder recorder({.directory = disk.Path()});
+  recorder.ConnectToName("meadow");
+  BonjourResolver known;
+  BonjourClient browser(&known);
+  browser.Browse(Analyser::kType);
+  for (const int host : {1, 0}) {
+    hosts.Use(host);
+    hosts.InNetwork(host, [&] { analyser.emplace("::", 5500).Announce("meadow"); });
+    const int lines = recorder.Lines();
+    hosts.InNetwork(0, [&] { EXPECT_TRUE(PollUntil([&] { return recorder.Lines() >= lines + 3; }, kSoon)) << host; });
+    analyser->Vanish();
+    EXPECT_TRUE(PollUntil([&] { return known.Hosts().empty() && !recorder.GetHead().IsConnected(); }));
+  }
+}
+
 }  // namespace
