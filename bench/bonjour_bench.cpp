@@ -23,9 +23,9 @@
 #include <iterator>
 #include <string>
 
+#include "emulators/avahi_hosts.h"
 #include "net/avahipoll.h"
 #include "net/bonjourclient.h"
-#include "tests/support/avahi_hosts.h"
 
 namespace {
 

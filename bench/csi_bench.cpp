@@ -19,13 +19,13 @@
 #include <sstream>
 #include <string>
 
+#include "bench/silence.h"
 #include "bench/turns.h"
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/silence.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

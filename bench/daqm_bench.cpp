@@ -10,13 +10,13 @@
 #include <string>
 #include <vector>
 
+#include "bench/silence.h"
 #include "bench/turns.h"
 #include "daqm/daqm.h"
 #include "emulators/own_host.h"
 #include "emulators/pty.h"
 #include "emulators/temp_directory.h"
 #include "logging/daqmlogfile.h"
-#include "tests/support/silence.h"
 
 namespace {
 

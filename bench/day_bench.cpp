@@ -18,12 +18,12 @@
 #include <iterator>
 #include <thread>
 
+#include "bench/silence.h"
 #include "emulators/analyser.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "examples/recorder.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/silence.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

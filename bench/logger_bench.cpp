@@ -6,10 +6,10 @@
 #include <fstream>
 #include <memory>
 
+#include "bench/silence.h"
 #include "bench/turns.h"
 #include "emulators/temp_directory.h"
 #include "logging/logger.h"
-#include "tests/support/silence.h"
 
 namespace {
 

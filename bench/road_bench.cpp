@@ -18,13 +18,13 @@
 
 #include "analyser/ch4device.h"
 #include "bench/news.h"
+#include "bench/silence.h"
 #include "bench/turns.h"
 #include "emulators/analyser.h"
 #include "emulators/temp_directory.h"
 #include "logging/logger.h"
 #include "net/socket.h"
 #include "runtime/datachecksum.h"
-#include "tests/support/silence.h"
 
 namespace {
 

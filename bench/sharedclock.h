@@ -10,11 +10,11 @@
 #include <poll.h>
 #include <sched.h>
 #include <semaphore.h>
-#include <sys/mman.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <csignal>
 #include <cstdint>
 #include <ctime>
@@ -22,15 +22,8 @@
 #include <memory>
 #include <stdexcept>
 
-#include "tests/support/virtual_time.h"
-
-// Memory that a process shares with those that it starts, for good.
-template <class T>
-T& MakeShared() {
-  void* const place = mmap(nullptr, sizeof(T), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
-  if (place == MAP_FAILED) throw std::runtime_error("no memory to be had");
-  return *new (place) T{};
-}
+#include "emulators/shared_memory.h"
+#include "emulators/virtual_time.h"
 
 class SharedClock {
  public:
@@ -66,8 +59,18 @@ class SharedClock {
   // takes as much or less.
   double Passing() const { return _passing; }
 
-  // From the peers: the measured one gets the turn, and does what it finds to do.
-  void Pass() { _Pass(_shared.measured, _shared.peers); }
+  // From the peers: the measured one gets the turn, and does what it finds to do. Throws std::runtime_error when it has
+  // ended.
+  void Pass() {
+    _shared.now = _time.monotonic;
+    sem_post(&_shared.measured);
+    for (timespec bound = _Soon(); sem_timedwait(&_shared.peers, &bound) != 0; bound = _Soon()) {
+      if (errno != ETIMEDOUT || waitpid(_measured, nullptr, WNOHANG) != _measured) continue;
+      _measured = -1;
+      throw std::runtime_error("the measured process has ended");
+    }
+    _time.monotonic = _shared.now;
+  }
 
  private:
   static constexpr nfds_t kMost = 64;  // descriptors
@@ -92,11 +95,12 @@ class SharedClock {
       _shared.deadline = deadline;
       const bool measured = ++_turns % kSample == 0;  // reading the clock each time would take a tenth itself
       const double start = measured ? _Taken() : 0;
-      _Pass(_shared.peers, _shared.measured);
+      _shared.now = _time.monotonic;
+      sem_post(&_shared.peers);
+      _AwaitTurn();
       if (measured) _passing += kSample * (_Taken() - start);
     });
-    while (sem_wait(&_shared.measured) != 0) continue;
-    _time.monotonic = _shared.now;
+    _AwaitTurn();
     _life();
     _exit(1);
   }
@@ -107,11 +111,17 @@ class SharedClock {
     return static_cast<double>(taken.tv_sec) + static_cast<double>(taken.tv_nsec) * 1e-9;
   }
 
-  void _Pass(sem_t& other, sem_t& own) {
-    _shared.now = _time.monotonic;
-    sem_post(&other);
-    while (sem_wait(&own) != 0) continue;
+  void _AwaitTurn() {
+    while (sem_wait(&_shared.measured) != 0) continue;
     _time.monotonic = _shared.now;
+  }
+
+  // In real time, which the C library itself asks the system for.
+  static timespec _Soon() {
+    timespec moment = {};
+    timespec_get(&moment, TIME_UTC);
+    ++moment.tv_sec;
+    return moment;
   }
 
   void _PeersSleep(pollfd* fds, nfds_t count, int64_t deadline) {

@@ -15,8 +15,6 @@
 
 #include <benchmark/benchmark.h>
 #include <jsoncpp/json/json.h>
-#include <sched.h>
-#include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -27,14 +25,16 @@
 #include <string>
 
 #include "bench/sharedclock.h"
+#include "bench/silence.h"
 #include "daqm/daqm.h"
+#include "emulators/own_host.h"
 #include "emulators/site.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "net/socket.h"
 #include "station/station.h"
+#include "tests/station/site_settings.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/silence.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 
@@ -61,25 +61,18 @@ struct Used {
 
 // What the station's process is told by the instruments', and tells.
 struct Talk {
-  char bus[64], settings[256], document[1'024];
+  char bus[64], document[1'024];
   bool asked;
   Used used;
   double passing, wakeups, records, pss;
 };
 
-// A tree with one zone.
-ZonePlaces ZonesIn(const std::string& directory) {
-  std::filesystem::create_directory(directory + "/zones");
-  std::ofstream(directory + "/zones/UTC").flush();
-  return {directory + "/zones", directory + "/link", directory + "/zone"};
-}
-
 // The station's process, from its first turn on.
-void Live(const SharedClock& clock, Talk& talk, const std::string& directory) {
+void Live(const SharedClock& clock, Talk& talk, const TempDirectory& directory) {
   DAQM::port_to_dev.at(1).device = talk.bus;
-  Settings settings;
-  const char* const words[] = {"moorlog-station", "--config", talk.settings};
-  ReadSettings(3, words, settings);
+  Settings settings = SettingsIn(directory);
+  settings.disk.board = true;
+  settings.clock.mode = "watch";
   Station station(settings, ZonesIn(directory));
   station.Answer(talk.document);
   for (;;) {
@@ -101,23 +94,16 @@ void Live(const SharedClock& clock, Talk& talk, const std::string& directory) {
 }
 
 // For the station's process to read.
-void WriteDown(const Site& site, const std::string& directory, Talk& talk) {
-  std::filesystem::create_directory(directory + "/disk");
-  std::ofstream(directory + "/station.toml")
-      << "name = \"bog\"\nstate = \"" << directory << "/state\"\n[disk]\nboard = true\npath = \"" << directory
-      << "/disk\"\n[control]\nport = 0\n[clock]\nmode = \"watch\"\n"
-      << site.Settings();
-  (directory + "/station.toml").copy(talk.settings, sizeof talk.settings - 1);
+void WriteDown(const Site& site, const TempDirectory& directory, Talk& talk) {
+  std::filesystem::create_directory(directory / "disk");
+  SettingsFor(site, directory);
   site.modules.Path().copy(talk.bus, sizeof talk.bus - 1);
   site.Document().copy(talk.document, sizeof talk.document - 1);
 }
 
 void BM_Day(benchmark::State& state) {
-  if (!own_mounts || mount("none", "/sys/class", "tmpfs", 0, nullptr) != 0)
-    return state.SkipWithError("needs the right to mount");
-  std::filesystem::create_directories("/sys/class/gpio/gpio13");
-  for (const char* name : {"active_low", "direction", "value"})
-    std::ofstream("/sys/class/gpio/gpio13/" + std::string(name)).flush();
+  if (!own_mounts) return state.SkipWithError("needs the right to mount");
+  MountGpio(13);
   prctl(PR_SET_CHILD_SUBREAPER, 1);  // the zip programs
   for ([[maybe_unused]] auto _ : state) {
     const Silence silence;
@@ -127,10 +113,10 @@ void BM_Day(benchmark::State& state) {
     // The emulators have a hundred timers a second, each of which spins for what is left of a millisecond.
     time.Hurry();
     SharedClock clock(time);
-    clock.Start([&] { Live(clock, talk, directory.Path()); });
+    clock.Start([&] { Live(clock, talk, directory); });
     time.Advance(7);  // no two of them send at the same moment
     Site site({.fast = true, .soil = "127.5.1.9"});
-    WriteDown(site, directory.Path(), talk);
+    WriteDown(site, directory, talk);
     const auto ask = [&] {
       talk.asked = true;
       clock.Pass();
@@ -179,7 +165,8 @@ void BM_Line(benchmark::State& state) {
     settings.disk.board = true;
     settings.control.port = 0;
     settings.analyser.port = address.Port();
-    Station station(settings, ZonesIn(directory.Path()));
+    directory.Write("zones/UTC", "");
+    Station station(settings, ZonesIn(directory));
     station.Answer("<tarno><moorlog><cfg><head>127.0.0.1</head></cfg></moorlog></tarno>");
     Socket peer = door.Accept(nullptr);
     peer.Write(Analyser::Headers());
@@ -199,7 +186,7 @@ BENCHMARK(BM_Line)->Arg(1'000)->Arg(5'000)->Iterations(1);
 
 // A namespace of its own wants a process of one thread.
 int main(int argc, char** argv) {
-  own_mounts = unshare(CLONE_NEWNS) == 0 && mount(nullptr, "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+  own_mounts = EnterOwnMounts();
   benchmark::Initialize(&argc, argv);
   if (benchmark::ReportUnrecognizedArguments(argc, argv)) return 1;
   benchmark::RunSpecifiedBenchmarks();

@@ -31,8 +31,8 @@ function(moorlog_wrap target scope)
   endforeach()
 endfunction()
 
-# moorlog_virtual_time(TARGET): what reads a clock or waits goes through tests/support/virtual_time.h.
+# moorlog_virtual_time(TARGET): what reads a clock or waits goes through emulators/virtual_time.h.
 function(moorlog_virtual_time target)
-  target_sources(${target} PRIVATE "${PROJECT_SOURCE_DIR}/tests/support/virtual_time.cpp")
+  target_link_libraries(${target} PRIVATE moorlog::own_host)
   moorlog_wrap(${target} PRIVATE poll clock_gettime gettimeofday time)
 endfunction()

@@ -6,8 +6,9 @@
 
 Fifo::Fifo() {
   // Open for both, it neither waits for the other side nor ends without it.
-  if (mkfifo(_path.c_str(), 0600) == 0) _instrument = open(_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  if (_instrument < 0) throw ErrnoError("Unable to make " + _path);
+  mkfifo(_path.c_str(), 0600);
+  _instrument = open(_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
+  Must(_instrument >= 0, "make ", _path);
 }
 
 Fifo::~Fifo() {

@@ -3,21 +3,29 @@
 #include <net/if.h>
 #include <sched.h>
 #include <sys/ioctl.h>
+#include <sys/mount.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <fstream>
-#include <string>
+
+#include "emulators/must.h"
 
 bool BecomeRoot() {
   const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
   if (seteuid(0) == 0) return true;
   if (unshare(CLONE_NEWUSER) != 0) return false;
-  const auto map = [](const char* file, const std::string& text) {
-    return static_cast<bool>(std::ofstream(std::string("/proc/self/") + file) << text << std::flush);
-  };
-  return map("setgroups", "deny") && map("uid_map", "0 " + user + " 1") && map("gid_map", "0 " + group + " 1");
+  bool mapped = true;
+  for (const auto& [file, text] : {std::pair("setgroups", std::string("deny")),
+                                   {"uid_map", "0 " + user + " 1"},
+                                   {"gid_map", "0 " + group + " 1"}}) {
+    std::ofstream map(std::string("/proc/self/") + file);
+    map << text << std::flush;
+    mapped = mapped && map;
+  }
+  return mapped;
 }
 
 bool EnterOwnNetwork() {
@@ -29,4 +37,19 @@ bool EnterOwnNetwork() {
   const bool up = ioctl(asked, SIOCSIFFLAGS, &loopback) == 0;
   close(asked);
   return up;
+}
+
+bool EnterOwnMounts() {
+  return unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
+}
+
+void MountEmpty(const std::string& target, const std::string& options) {
+  Must(mount("tmpfs", target.c_str(), "tmpfs", 0, options.c_str()) == 0, "mount a disk over ", target);
+}
+
+void MountGpio(int line) {
+  const std::string directory = "/sys/class/gpio/gpio" + std::to_string(line);
+  MountEmpty("/sys/class");
+  std::filesystem::create_directories(directory);
+  for (const char* name : {"/active_low", "/direction", "/value"}) std::ofstream(directory + name).flush();
 }

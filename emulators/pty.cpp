@@ -5,7 +5,7 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include "runtime/errnoexcept.h"
+#include "emulators/must.h"
 
 namespace {
 
@@ -20,8 +20,7 @@ constexpr Speed kSpeeds[] = {{B4800, 4800},   {B9600, 9600},   {B19200, 19200},
 
 Pty::Pty() {
   char path[64];
-  if (openpty(&_instrument, &_device, path, nullptr, nullptr) != 0)
-    throw ErrnoError("Unable to make a pseudo-terminal");
+  Must(openpty(&_instrument, &_device, path, nullptr, nullptr) == 0, "make a pseudo-terminal");
   _path = path;
   fcntl(_instrument, F_SETFL, O_NONBLOCK);
   termios raw;

@@ -11,14 +11,14 @@
 #include <set>
 #include <string>
 
-#include "runtime/errnoexcept.h"
+#include "emulators/must.h"
 
 class TempDirectory {
  public:
   // Throws ErrnoError.
   explicit TempDirectory(const std::filesystem::path& place = std::filesystem::temp_directory_path()) {
     std::string name = place / "moorlog-XXXXXX";
-    if (mkdtemp(name.data()) == nullptr) throw ErrnoError("Unable to make " + name);
+    Must(mkdtemp(name.data()) != nullptr, "make ", name);
     _path = std::filesystem::canonical(name);
   }
   TempDirectory(const TempDirectory&) = delete;

@@ -20,9 +20,9 @@
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "examples/commandline.h"
 #include "examples/timer.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -18,9 +18,7 @@
 // and not set. There is one control port: a second demonstration on the same machine fails.
 
 #include <fcntl.h>
-#include <jsoncpp/json/reader.h>
-#include <jsoncpp/json/value.h>
-#include <sched.h>
+#include <jsoncpp/json/json.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/wait.h>
@@ -35,16 +33,18 @@
 #include <iostream>
 #include <memory>
 #include <optional>
+#include <regex>
+#include <sstream>
 #include <string>
 #include <vector>
 
 #include "analyser/head.h"
+#include "emulators/must.h"
 #include "emulators/own_host.h"
 #include "emulators/site.h"
 #include "emulators/temp_directory.h"
 #include "examples/commandline.h"
 #include "examples/timer.h"
-#include "runtime/errnoexcept.h"
 #include "runtime/runprogram.h"
 
 namespace {
@@ -96,7 +96,7 @@ class Instruments {
          << "\n[disk]\npath = " << directory / "disk"
          << "\nboard = true\nsplit = 60\n[control]\nport = " << kControlPort << "\n[clock]\nmode = \"watch\"\n"
          << _site.Settings();
-    if (!file.flush()) throw ErrnoError("Unable to write " + (directory / "station.toml").string());
+    Must(static_cast<bool>(file.flush()), "write ", (directory / "station.toml").string());
   }
   // What the station is told of them.
   std::string Document() const { return _site.Document() + '\n'; }
@@ -130,27 +130,24 @@ class Instruments {
   Timer _trouble{-1, [this] { _Misbehave(); }};
 };
 
-// For the process that becomes the station: port 1 of the modules, and their power line. False where the system
+// For the process that becomes the station: port 1 of the modules, and their power line. Throws where the system
 // doesn't allow it.
-bool BecomeBoard(const std::string& bus, const fs::path& scratch) {
-  const auto bind = [](const fs::path& what, const fs::path& where) {
+void BecomeBoard(const std::string& bus, const std::string& scratch) {
+  const auto bind = [](const std::string& what, const std::string& where) {
     std::ofstream(where, std::ios::app).flush();
-    return mount(what.c_str(), where.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    Must(mount(what.c_str(), where.c_str(), nullptr, MS_BIND, nullptr) == 0, "show ", what);
   };
-  const auto make_empty = [](const char* where) { return mount("tmpfs", where, "tmpfs", 0, nullptr) == 0; };
-  if (!BecomeRoot() || unshare(CLONE_NEWNS) != 0 || mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0)
-    return false;
-  if (!make_empty("/sys/class")) return false;
-  fs::create_directories("/sys/class/gpio/gpio13");
-  for (const char* name : {"active_low", "direction", "value"})
-    std::ofstream("/sys/class/gpio/gpio13/" + std::string(name)).flush();
+  Must(BecomeRoot(), "become user 0");
+  Must(EnterOwnMounts(), "mount");
+  MountGpio(13);
   // Its own /dev, with what the station opens there.
-  if (!make_empty(scratch.c_str())) return false;
-  bool whole = bind(bus, scratch / "ttyS1");
-  for (const char* name : {"null", "urandom", "tty"}) whole = bind(fs::path("/dev") / name, scratch / name) && whole;
-  fs::create_directory(scratch / "pts");
-  return mount("/dev/pts", (scratch / "pts").c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0 && whole &&
-         mount(scratch.c_str(), "/dev", nullptr, MS_MOVE, nullptr) == 0;
+  MountEmpty(scratch);
+  bind(bus, scratch + "/ttyS1");
+  for (const char* name : {"/null", "/urandom", "/tty"}) bind(std::string("/dev") + name, scratch + name);
+  const std::string terminals = scratch + "/pts";
+  fs::create_directory(terminals);
+  Must(mount("/dev/pts", terminals.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0, "show /dev/pts");
+  Must(mount(scratch.c_str(), "/dev", nullptr, MS_MOVE, nullptr) == 0, "move ", scratch);
 }
 
 // The program, at work as long as the object lives.
@@ -161,22 +158,24 @@ class Child {
     const std::string log = directory / "station.log", scratch = directory / "dev";
     fs::create_directories(scratch);
     _pid = fork();
-    if (_pid < 0) throw ErrnoError("Unable to start " + program);
+    Must(_pid >= 0, "start ", program);
     if (_pid > 0) return;
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     dup2(out, STDOUT_FILENO);
     dup2(out, STDERR_FILENO);
     close_range(STDERR_FILENO + 1, ~0U, 0);  // what the instruments hold
-    if (!BecomeBoard(instruments.Bus(), scratch)) std::cout << "This system allows no modules here" << std::endl;
+    try {
+      BecomeBoard(instruments.Bus(), scratch);
+    } catch (const std::exception& error) {
+      std::cout << "This system allows no modules here: " << error.what() << std::endl;
+    }
     execl(program.c_str(), program.c_str(), "--config", settings.c_str(), nullptr);
     _exit(127);
   }
   Child(const Child&) = delete;
   Child& operator=(const Child&) = delete;
-  ~Child() {
-    if (!HasEnded()) End();
-  }
+  ~Child() { End(); }
 
   bool HasEnded() {
     if (!_ended) _ended = waitpid(_pid, &_status, WNOHANG) == _pid;
@@ -184,27 +183,27 @@ class Child {
   }
   // What it has taken so far.
   void PrintUse() const {
-    const std::string place = "/proc/" + std::to_string(_pid);
-    const auto number = [&](const char* file, const std::string& word) {
-      std::ifstream in(place + file);
-      for (std::string name; in >> name;)
-        if (int64_t value = 0; name == word && in >> value) return value;
-      return int64_t{0};
+    // What stands in a file of proc(5) at the pattern's group; 0 where it doesn't.
+    const auto number = [&](const char* name, const char* pattern) {
+      std::ifstream file("/proc/" + std::to_string(_pid) + name);
+      const std::string text(std::istreambuf_iterator<char>(file), {});
+      std::smatch found;
+      std::regex_search(text, found, std::regex(pattern));
+      return std::atof(found.str(1).c_str());
     };
-    std::ifstream stat(place + "/stat");
-    std::string field;
-    double ticks = 0;
-    for (int i = 1; i <= 15 && stat >> field; ++i)
-      if (i >= 14) ticks += std::stod(field);
+    const double ticks = number("/stat", R"(\) \S(?: \S+){10} (\d+))") + number("/stat", R"(\) \S(?: \S+){11} (\d+))");
     std::cout << "  use        " << std::fixed << std::setprecision(2)
-              << ticks / static_cast<double>(sysconf(_SC_CLK_TCK)) << " s of processor time, "
-              << number("/smaps_rollup", "Pss:") << " kB, " << number("/status", "voluntary_ctxt_switches:")
-              << " wake-ups" << std::endl;
+              << ticks / static_cast<double>(sysconf(_SC_CLK_TCK)) << " s of processor time, " << std::setprecision(0)
+              << number("/smaps_rollup", R"(\nPss: *(\d+))") << " kB, "
+              << number("/status", R"(\nvoluntary_ctxt_switches:\s*(\d+))") << " wake-ups" << std::endl;
   }
   // Returns its exit status.
   int End() {
-    if (!HasEnded()) kill(_pid, SIGTERM);
-    if (!_ended) _ended = waitpid(_pid, &_status, 0) == _pid;
+    if (!HasEnded()) {
+      kill(_pid, SIGTERM);
+      waitpid(_pid, &_status, 0);
+      _ended = true;
+    }
     return WIFEXITED(_status) ? WEXITSTATUS(_status) : 128 + WTERMSIG(_status);
   }
 
@@ -228,21 +227,25 @@ class Reporter : private Head::Listener {
 
   // The newest dozen with their sizes; returns how many there are.
   int64_t PrintFiles() const {
+    struct File {
+      fs::file_time_type time;
+      uintmax_t size;
+      std::string name;
+    };
     constexpr size_t kShown = 12;
-    std::vector<std::pair<fs::file_time_type, fs::directory_entry>> files;
-    std::error_code ignored;
+    std::vector<File> files;
     uintmax_t bytes = 0;
-    for (const fs::directory_entry& entry : fs::directory_iterator(_disk, ignored)) {
-      files.emplace_back(entry.last_write_time(ignored), entry);
-      const uintmax_t size = entry.file_size(ignored);
-      bytes += ignored ? 0 : size;  // packed and gone meanwhile
+    for (const fs::directory_entry& entry : fs::directory_iterator(_disk)) {
+      std::error_code gone;  // packed meanwhile
+      const File file = {entry.last_write_time(gone), entry.file_size(gone), entry.path().filename()};
+      if (gone) continue;
+      bytes += file.size;
+      files.push_back(file);
     }
-    std::sort(files.begin(), files.end(), [](const auto& a, const auto& b) { return a.first > b.first; });
+    std::sort(files.begin(), files.end(), [](const File& a, const File& b) { return a.time > b.time; });
     std::cout << "  files      " << files.size() << " of " << bytes / 1'000 << " kB\n";
-    for (size_t i = 0; i < std::min(kShown, files.size()); ++i) {
-      const uintmax_t size = files[i].second.file_size(ignored);
-      if (!ignored) std::cout << std::setw(12) << size << ' ' << files[i].second.path().filename().string() << '\n';
-    }
+    for (size_t i = 0; i < std::min(kShown, files.size()); ++i)
+      std::cout << std::setw(12) << files[i].size << ' ' << files[i].name << '\n';
     std::cout << std::flush;
     return static_cast<int64_t>(files.size());
   }
@@ -251,11 +254,12 @@ class Reporter : private Head::Listener {
   void HeadConnected(std::string /*connectedTo*/) override { _head.Send(_instruments.Document()); }
 
   void HeadGotLine(std::string line) override {
-    Json::Value status;
-    if (!Json::Reader().parse(line, status) || !status.isObject()) {
+    if (!line.starts_with('{')) {
       if (line.find("<ack>true") == std::string::npos) std::cout << "ERROR: the station answers " << line << std::flush;
       return;
     }
+    Json::Value status;
+    std::istringstream(line) >> status;
     ++_answers;
     _Print(status);
     PrintFiles();

@@ -15,10 +15,10 @@
 
 #include "emulators/soilinstrument.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "examples/commandline.h"
 #include "examples/timer.h"
 #include "soil/soil.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

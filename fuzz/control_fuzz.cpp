@@ -16,11 +16,11 @@
 #include <string>
 #include <vector>
 
+#include "bench/silence.h"
 #include "net/socket.h"
 #include "runtime/pollprocessor.h"
 #include "station/controlport.h"
 #include "station/station.h"
-#include "tests/support/silence.h"
 
 namespace {
 

@@ -27,7 +27,7 @@
 
 #include "csi/pullcsi.h"
 #include "emulators/temp_directory.h"
-#include "tests/support/virtual_time.h"
+#include "emulators/virtual_time.h"
 
 namespace {
 

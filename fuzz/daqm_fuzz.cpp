@@ -28,9 +28,9 @@
 #include "daqm/daqm.h"
 #include "emulators/own_host.h"
 #include "emulators/pty.h"
+#include "emulators/virtual_time.h"
 #include "net/socketaddress.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

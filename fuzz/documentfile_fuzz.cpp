@@ -13,8 +13,8 @@
 #include <sstream>
 #include <string>
 
+#include "bench/silence.h"
 #include "station/documentfile.h"
-#include "tests/support/silence.h"
 
 namespace {
 

@@ -23,9 +23,9 @@
 #include <vector>
 
 #include "analyser/head.h"
+#include "emulators/virtual_time.h"
 #include "net/socket.h"
 #include "runtime/pollprocessor.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -22,9 +22,9 @@
 #include <utility>
 #include <vector>
 
+#include "emulators/virtual_time.h"
 #include "runtime/pollprocessor.h"
 #include "runtime/signalprocessor.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

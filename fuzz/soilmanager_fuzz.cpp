@@ -16,10 +16,10 @@
 #include <string>
 #include <vector>
 
+#include "emulators/virtual_time.h"
 #include "json/statefile.h"
 #include "net/net_util.h"
 #include "soil/soil.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

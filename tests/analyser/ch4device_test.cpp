@@ -5,7 +5,7 @@
 #include <memory>
 
 #include "emulators/analyser.h"
-#include "tests/support/avahi_hosts.h"
+#include "emulators/avahi_hosts.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/poll_runner.h"
 

@@ -5,9 +5,9 @@
 #include "emulators/analyser.h"
 #include "emulators/fifo.h"
 #include "emulators/pty.h"
+#include "emulators/virtual_time.h"
 #include "serial/sonicstats.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -11,6 +11,7 @@
 #include "emulators/daqmbus.h"
 #include "emulators/own_host.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "examples/timer.h"
 #include "logging/daqmlogfile.h"
 #include "net/socketaddress.h"
@@ -20,7 +21,6 @@
 #include "tests/support/gpio_tree.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

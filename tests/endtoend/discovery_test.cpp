@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "emulators/analyser.h"
+#include "emulators/avahi_hosts.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "examples/recorder.h"
-#include "tests/support/avahi_hosts.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -5,13 +5,13 @@
 
 #include <stdexcept>
 
+#include "emulators/avahi_hosts.h"
+#include "emulators/virtual_time.h"
 #include "net/avahipoll.h"
 #include "net/bonjourclient.h"
 #include "net/bonjourclientimpl.h"
-#include "tests/support/avahi_hosts.h"
 #include "tests/support/error_text.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 using testing::ElementsAre;
 

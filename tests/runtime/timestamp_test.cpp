@@ -4,10 +4,10 @@
 
 #include <limits>
 
+#include "emulators/virtual_time.h"
 #include "runtime/localtime.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
-#include "tests/support/virtual_time.h"
 
 // Fields and texts are held against the system's calendar in fuzz/timestamp_fuzz.cpp.
 

@@ -8,11 +8,11 @@
 #include <tuple>
 
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "runtime/filesystem.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
-#include "tests/support/virtual_time.h"
 
 static timeval set_time;  // what the machine was set to; seconds below 0 fail
 static uid_t set_by;

@@ -8,11 +8,11 @@
 #include <utility>
 
 #include "emulators/pty.h"
+#include "emulators/virtual_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

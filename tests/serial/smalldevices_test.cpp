@@ -7,6 +7,7 @@
 #include "emulators/pulse_source.h"
 #include "emulators/push_button.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "serial/ppsdevice.h"
 #include "serial/ptpcontrol.h"
 #include "serial/usbbuttondevice.h"
@@ -14,7 +15,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

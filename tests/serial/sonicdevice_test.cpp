@@ -3,11 +3,11 @@
 #include <gtest/gtest.h>
 
 #include "emulators/sonic_anemometer.h"
+#include "emulators/virtual_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -9,13 +9,13 @@
 
 #include "emulators/soilinstrument.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "json/statefile.h"
 #include "net/net_util.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

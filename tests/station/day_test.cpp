@@ -5,7 +5,6 @@
 #include <jsoncpp/json/json.h>
 #include <malloc.h>
 #include <sched.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/wait.h>
 
@@ -20,6 +19,8 @@
 
 #include "daqm/daqm.h"
 #include "emulators/own_host.h"
+#include "emulators/shared_memory.h"
+#include "emulators/virtual_time.h"
 #include "runtime/filesystem.h"
 #include "runtime/runprogram.h"
 #include "station/station.h"
@@ -28,7 +29,6 @@
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 
@@ -328,17 +328,14 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
   if (geteuid() != 0 || !MountNamespaceAvailable()) GTEST_SKIP() << "needs root, and / to be a mount point";
   const TempDirectory dir;
   const unsigned seed = Setting("MOORLOG_STATION_SEED", 1), hours = Setting("MOORLOG_STATION_HOURS", 3);
-  auto& ledger = *new (mmap(nullptr, sizeof(Ledger), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0)) Ledger;
+  auto& ledger = MakeShared<Ledger>();
   ExpectInMountNamespace([&] {
     ASSERT_TRUE(EnterOwnNetwork());
     setenv("TZ", "UTC0", 1);  // each conversion of a time looks at the zone's file otherwise
     AdoptOrphans();           // the zip programs
     for (const char* name : {"rtc", "disk/x/y", "drawer/x", "state/x"}) dir.Write(name, "");
     MountEmpty(dir / "state");  // or each fsync would be a real one
-    MountEmpty("/sys/class");
-    fs::create_directories("/sys/class/gpio/gpio13");
-    for (const char* name : {"active_low", "direction", "value"})
-      std::ofstream("/sys/class/gpio/gpio13/" + std::string(name)).flush();
+    MountGpio(13);
     MountEmpty(dir / "drawer", "size=" + std::to_string(64 + hours / 3) + 'm');  // none of it is to be reclaimed
     fs::create_directory(dir / "drawer/else");
     Life::Mount(dir);

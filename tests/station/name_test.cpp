@@ -6,10 +6,10 @@
 #include <fstream>
 #include <optional>
 
+#include "emulators/avahi_hosts.h"
+#include "emulators/virtual_time.h"
 #include "tests/station/site_settings.h"
-#include "tests/support/avahi_hosts.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -12,9 +12,9 @@
 
 #include "emulators/sonic_anemometer.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "station/watchdog.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

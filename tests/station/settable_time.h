@@ -2,6 +2,6 @@
 
 #pragma once
 
-#include "tests/support/virtual_time.h"
+#include "emulators/virtual_time.h"
 
 inline VirtualTime* settable_time = nullptr;

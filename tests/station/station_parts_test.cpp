@@ -9,6 +9,7 @@
 
 #include "emulators/push_button.h"
 #include "emulators/temp_directory.h"
+#include "emulators/virtual_time.h"
 #include "station/button.h"
 #include "station/controlport.h"
 #include "station/disk.h"
@@ -22,7 +23,6 @@
 #include "tests/support/error_text.h"
 #include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

@@ -10,11 +10,11 @@
 #include <optional>
 #include <set>
 
+#include "emulators/virtual_time.h"
 #include "station/verify.h"
 #include "tests/station/site_settings.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/poll_runner.h"
-#include "tests/support/virtual_time.h"
 
 namespace {
 

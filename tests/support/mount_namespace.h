@@ -7,6 +7,7 @@
 #include <functional>
 #include <string>
 
+#include "emulators/own_host.h"
 #include "tests/support/child_process.h"
 
 bool MountNamespaceAvailable();
@@ -16,7 +17,3 @@ void ExpectInMountNamespace(const std::function<void()>& body);
 
 // RunInChild in a new mount namespace, out of which no mount gets.
 ChildResult RunInMountNamespace(const std::function<void()>& body);
-
-// For the body: puts an empty, writable directory over the directory `target`, a disk of its own. `options` are those
-// of tmpfs(5), such as "size=64k". Throws ErrnoError.
-void MountEmpty(const std::string& target, const std::string& options = "");

@@ -1,12 +1,12 @@
 // Two hosts joined by a network cable, each with a system bus and a real Avahi daemon of its own, in namespaces out of
 // which nothing gets. Time is real here.
 //
-// The test itself is on whichever host Use() has named last, as far as the bus goes: a BonjourClient belongs to that
+// The program itself is on whichever host Use() has named last, as far as the bus goes: a BonjourClient belongs to that
 // host for its whole life. Sockets belong to the host in whose network they were made, see InNetwork().
 //
 //   if (const std::string why = AvahiHosts::Missing(); !why.empty()) GTEST_SKIP() << why;
 //
-// All programs die with the test. Errors throw std::runtime_error with what the program in question has printed.
+// All other programs die with it. Errors throw std::runtime_error with what the program in question has printed.
 
 #pragma once
 

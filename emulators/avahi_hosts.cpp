@@ -1,4 +1,4 @@
-#include "tests/support/avahi_hosts.h"
+#include "emulators/avahi_hosts.h"
 
 #include <fcntl.h>
 #include <sched.h>

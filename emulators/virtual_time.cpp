@@ -1,4 +1,4 @@
-#include "tests/support/virtual_time.h"
+#include "emulators/virtual_time.h"
 
 #include <poll.h>
 
