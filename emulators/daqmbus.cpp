@@ -17,10 +17,10 @@ constexpr int kLateness = 120;  // seconds
 constexpr size_t kTail = 9;     // bytes of sum and line feed
 constexpr size_t kMostCommands = 1'000;
 
-// The whole number behind a text; 0 without the text.
-long NumberBehind(const std::string& text, const char* name) {
-  const size_t at = text.find(name);
-  return at == text.npos ? 0 : std::atol(text.c_str() + at + std::string(name).size());
+// The whole number behind a name; 0 without one.
+long NumberBehind(const std::string& text, const std::string& name) {
+  const size_t at = std::min(text.find(name), text.size());
+  return std::atol(text.c_str() + std::min(at + name.size(), text.size()));
 }
 
 }  // namespace

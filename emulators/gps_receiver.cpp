@@ -14,16 +14,20 @@ constexpr int kTicksPerSecond = 10;
 constexpr int kLate = 2;                   // ticks from the moment that a sentence is of until it comes
 constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
 
-// The rates behind the codes of $PGRMC, in bits per second; 0 where there is no code.
-constexpr int kRateCodes[] = {0, 1200, 2400, 4800, 9600, 19200, 300, 600, 38400};
+// The rates behind the codes of $PGRMC, in bits per second. There are no other codes.
+const std::map<std::string, int> kRateCodes = {{"1", 1200},  {"2", 2400}, {"3", 4800}, {"4", 9600},
+                                               {"5", 19200}, {"6", 300},  {"7", 600},  {"8", 38400}};
 
+// The words of a command; empty ones behind them, as many as any command has.
 std::vector<std::string> Split(const std::string& text) {
+  constexpr size_t kMost = 16;
   std::vector<std::string> words(1);
   for (const char c : text.substr(0, text.find('*')))
     if (c == ',')
       words.emplace_back();
     else
       words.back() += c;
+  words.resize(std::max(words.size(), kMost));
   return words;
 }
 
@@ -101,23 +105,21 @@ void GPSReceiver::_Obey(const std::string& command) {
 }
 
 void GPSReceiver::_ObeyGarmin(const std::vector<std::string>& words) {
-  if (words[0] == "$PGRMO" && words.size() > 2) {
-    _outputs[words[1]] = std::atoi(words[2].c_str());
-  } else if (words[0] == "$PGRMC" && words.size() > 10) {
-    const size_t code = std::strtoul(words[10].c_str(), nullptr, 10);
-    if (code < std::size(kRateCodes) && kRateCodes[code] != 0) _next_rate = kRateCodes[code];
-  } else if (words[0] == "$PGRMCE") {
-    _Send(Sentence("PGRMC,A,100.3,100,6378137.000,298.257223563,0.0,0.0,0.0,A,8,1,2,4,30"));
-  } else if (words[0] == "$PGRMI" && words.back() == "R") {
+  const std::string& command = words[0];
+  if (command == "$PGRMO") _outputs[words[1]] = std::atoi(words[2].c_str());
+  if (command == "$PGRMC") _next_rate = kRateCodes.at(words[10]);
+  if (command == "$PGRMCE") _Send(Sentence("PGRMC,A,100.3,100,6378137.000,298.257223563,0.0,0.0,0.0,A,8,1,2,4,30"));
+  if (command + words[7] == "$PGRMIR") {
     ++_restarts;
     _rate = _next_rate;
     _silent_until = _ticks + kSilence;
   }
 }
 
+// What is for another port isn't for this one.
 void GPSReceiver::_ObeyHemisphere(const std::vector<std::string>& words) {
-  if (words[0] == "$JASC" && words.size() == 3) _outputs[words[1]] = std::atoi(words[2].c_str());
-  _Send(words[0] == "$JSHOW" ? "$>JSHOW,BAUD," + std::to_string(_rate) + "\r\n" : "$>\r\n");
+  if (words[0] + words[3] == "$JASC") _outputs[words[1]] = std::atoi(words[2].c_str());
+  _Send("$>\r\n");
 }
 
 void GPSReceiver::HandleTimeout() {
@@ -137,8 +139,7 @@ void GPSReceiver::_Tick() {
 }
 
 bool GPSReceiver::_IsDue(const std::string& name, int rate, int64_t tick) const {
-  return tick >= _silent_until && rate > 0 && (_started + tick - kLate) * rate % kTicksPerSecond < rate &&
-         name.starts_with("GP");
+  return tick >= _silent_until && (_started + tick - kLate) * rate % kTicksPerSecond < rate && name.starts_with("GP");
 }
 
 // Ticks without a sentence pass unnoticed.

@@ -13,11 +13,9 @@ constexpr int kSecond = 1'000;  // milliseconds
 constexpr int kPort = 1526;
 constexpr int kBytesPerObservation = 4'321;
 
-// What stands between a start tag and the next end tag; empty without the tag.
+// What stands between a start tag, which there is, and the next end tag.
 std::string Value(const std::string& command, const std::string& tag) {
-  const size_t start = command.find("<" + tag + ">");
-  if (start == std::string::npos) return {};
-  const size_t value = start + tag.size() + 2;
+  const size_t value = command.find("<" + tag + ">") + tag.size() + 2;
   return command.substr(value, command.find("</", value) - value);
 }
 

@@ -63,7 +63,7 @@ class Display : public PullCSI::Listener {
  public:
   // Files that are there already aren't shown.
   explicit Display(std::string directory) : _directory(std::move(directory)) {
-    _LookForRows([](const auto&) {});
+    for (const auto& file : std::filesystem::directory_iterator(_directory)) _seen.insert(file.path().filename());
   }
 
   int Lines() const { return _lines; }
@@ -75,21 +75,15 @@ class Display : public PullCSI::Listener {
     std::cout << line << std::flush;
   }
   void ShowRows() {
-    _LookForRows([this](const std::filesystem::directory_entry& file) {
-      ++_rows;
-      std::cout << "stored " << file.path().filename().string() << ", " << file.file_size() << " bytes" << std::endl;
-    });
-  }
-
- private:
-  template <typename Show>
-  void _LookForRows(Show show) {
     for (const auto& file : std::filesystem::directory_iterator(_directory)) {
       const std::string name = file.path().filename();
-      if (name.starts_with("ws-") && _seen.insert(name).second) show(file);
+      if (!name.starts_with("ws-") || !_seen.insert(name).second) continue;
+      ++_rows;
+      std::cout << "stored " << name << ", " << file.file_size() << " bytes" << std::endl;
     }
   }
 
+ private:
   const std::string _directory;
   std::set<std::string> _seen;
   int _lines = 0, _rows = 0;

@@ -71,7 +71,7 @@ class Directory {
   // A regular file in this directory itself: no path leads out of it, and no link is followed.
   std::optional<StreamFileBase> Open(const std::string& name) const {
     struct stat status;
-    if (name.empty() || name.find_first_of(std::string("/\0", 2)) != std::string::npos ||
+    if (name.find_first_of(std::string("/\0", 2)) != std::string::npos ||
         ::fstatat(_directory.Fileno(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISREG(status.st_mode))
       return {};
     const int fileno = ::openat(_directory.Fileno(), name.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
