@@ -14,6 +14,7 @@
 #include "station/verify.h"
 #include "tests/station/site_settings.h"
 #include "tests/support/captured_output.h"
+#include "tests/support/mount_namespace.h"
 #include "tests/support/poll_runner.h"
 
 namespace {
@@ -138,6 +139,28 @@ TEST(Station, RecordsNoMoreThanItIsToldTo) {
     }
     EXPECT_EQ(told, what == "none" ? "" : "DATAH\tSECONDS\tNANOSECONDS\tCH4\tCHK\n");
   }
+}
+
+TEST(Station, KeepsToItsShareOfTheDisk) {
+  const TempDirectory place;
+  ExpectInMountNamespace([&] {
+    MountEmpty(place.Path(), "size=1m");
+    World world;
+    Settings& settings = world.settings;
+    settings.disk.path = place.Path();
+    settings.disk.board = false;
+    settings.disk.percent = 40;
+    settings.gps.device = settings.sonic.device = "";  // nothing comes besides
+    for (const auto& [name, hours] : {std::pair("b", 3), {"a", 2}, {"c", 1}}) {
+      place.Write(name, std::string(200'000, ' '));
+      last_write_time(std::filesystem::path(place / name),
+                      std::filesystem::file_time_type::clock::now() - std::chrono::hours(hours));
+    }
+    world.station.emplace(settings, ZonesIn(world.dir));
+    EXPECT_TRUE(World::Becomes([&] { return !std::filesystem::exists(place / "b"); }, 3'600));
+    PollFor(120'000);
+    EXPECT_EQ(place.Names(), (std::set<std::string>{"a", "c"}));
+  });
 }
 
 }  // namespace

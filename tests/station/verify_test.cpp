@@ -40,14 +40,15 @@ TEST(Verifier, FindsWhatIsWrongAndNothingElse) {
       {"DATAH\tMSEC\tCHK\n" + Sum("DATA\t5\t") + Sum("DATA\t4\t"), ""},
       {"", "1: the file is empty\n"},
       {kFirst, "1: no header stands in front of it\n"},
+      {"DATAH\tA\nDATAU\ta\tCHK\n", "1: no header stands in front of it\n2: no header stands in front of it\n"},
       {good + "DATA\t100\t0\t1\t  0\n", "10: the sum is wrong\n"},
+      {good + Sum("DATA\t100\t0\t1"), "10: the sum is wrong\n"},
       {good + Sum("DATA\t100\t0\t"), "10: 3 columns, where the header has 4\n"},
       {good + Sum("DATA\t100\t0\t1\t1\t"), "10: 5 columns, where the header has 4\n"},
-      {good + Sum("DATA\tx\t0\t1\t"), "10: the time can't be read\n"},
-      {good + Sum("DATA\t100\t1000000000\t1\t"), "10: the time can't be read\n"},
       {good + kSecond + kFirst, "11: the time goes back by 0.500 s\n"},
       {good + Sum("DATA\t102\t0\t1\t") + Sum("DATA\t105\t1\t1\t"), "11: a gap of 3.000 s stands in front of it\n"},
       {good + "nonsense\n" + kSecond, "10: that is no line of a data file\n"},
+      {good + "SONICU\ts\tns\t\tCHK\n", "10: that is no line of a data file\n"},
       {good + "DATA\t10" + kHead + kColumns + kSecond, "10: the sum is wrong\n"},
       {kHead + "DATAH\tSECO" + kHead + kColumns + kSecond, "8: the line is cut off, and a head follows in it\n"},
       {good + "DATA\t10", "10: the line is cut off\n"},
@@ -55,6 +56,8 @@ TEST(Verifier, FindsWhatIsWrongAndNothingElse) {
   };
   for (const auto& [text, found] : rows)
     for (const size_t piece : {1, 7, 1000}) EXPECT_EQ(Found(text, piece, 3), found) << text;
+  for (const char* time : {"x\t0", "1x\t0", "-1\t0", "4294967296\t0", "1\tx", "1\t-1", "1\t1000000000"})
+    EXPECT_EQ(Found(good + Sum(std::string("DATA\t") + time + "\t1\t"), 1000), "10: the time can't be read\n") << time;
 }
 
 }  // namespace
