@@ -46,11 +46,9 @@ class DAQMBus : public PollItem, public PollTimer {
   const std::vector<Report>& Reports() const { return _reports; }
   // With its sum and line feed.
   static std::string Framed(const std::string& body);
-  // Bodies without their sums; and how many lines had none.
+  // Bodies without their sums; lines that have none are left alone.
   const std::vector<std::string>& Commands() const { return _commands; }
-  int BadCommands() const { return _bad_commands; }
   void Forget();  // commands, and reports unless some are on their way: for long runs
-  bool IsLive() const { return _live; }
 
   // Of a report, by which module, column (1 to kColumns) and moment can be told.
   static double ValueOf(int module, int column, long time);
@@ -122,5 +120,4 @@ class DAQMBus : public PollItem, public PollTimer {
   bool _spoiled = false;           // the next write begins behind half a line
   std::vector<Report> _reports;
   std::vector<std::string> _commands;
-  int _bad_commands = 0;
 };

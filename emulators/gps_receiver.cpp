@@ -110,7 +110,6 @@ void GPSReceiver::_ObeyGarmin(const std::vector<std::string>& words) {
   if (command == "$PGRMC") _next_rate = kRateCodes.at(words[10]);
   if (command == "$PGRMCE") _Send(Sentence("PGRMC,A,100.3,100,6378137.000,298.257223563,0.0,0.0,0.0,A,8,1,2,4,30"));
   if (command + words[7] == "$PGRMIR") {
-    ++_restarts;
     _rate = _next_rate;
     _silent_until = _ticks + kSilence;
   }

@@ -37,7 +37,6 @@ class GPSReceiver : public PollItem, public PollTimer {
 
   const std::string& Path() const { return _pty.Path(); }
   int Rate() const { return _rate; }
-  int Restarts() const { return _restarts; }
   // Each command that it has understood, without its line end.
   const std::vector<std::string>& Commands() const { return _commands; }
   void SetFix(bool fix) { _fix = fix; }
@@ -65,7 +64,6 @@ class GPSReceiver : public PollItem, public PollTimer {
   Pty _pty;
   int _rate;
   int _next_rate;
-  int _restarts = 0;
   const int64_t _started;     // tenths of a second since 1970; its own clock goes on from there
   const int64_t _began;       // the same moment on PollTimer's clock
   int64_t _ticks = 0;         // tenths of a second since then, as far as it has been

@@ -124,7 +124,6 @@ void SoilInstrument::_Obey(const std::string& command) {
   if (has("<MEASUREMENT><NAME>")) _name = Value(command, "NAME");
   if (has("<MEASUREMENT><LOCATION>")) _location = Value(command, "LOCATION");
   if (has("<DELETE>")) _files.erase(Value(command, "DELETE"));
-  if (has("<COPY>")) _copied.push_back(Value(command, "COPY"));
   if (has("<ACTION>GETOB<")) _SendReport(Value(command, "INFILE"), std::atoi(Value(command, "OB").c_str()));
   if (has("<CLOCK>")) {
     tm parts = Broken(_Clock());

@@ -38,7 +38,6 @@ class SoilInstrument : public LineServer, public PollTimer {
   const std::vector<std::string>& Commands() const { return _commands; }  // without their ends
   void ForgetCommands() { _commands.clear(); }
   const std::vector<Observation>& Finished() const { return _finished; }  // files that are deleted included
-  const std::vector<std::string>& Copied() const { return _copied; }      // names of files
   int ClockError() const { return _clock_ahead; }                         // seconds
 
   void SetClockError(int seconds) { _clock_ahead = seconds; }
@@ -83,7 +82,7 @@ class SoilInstrument : public LineServer, public PollTimer {
   std::string _file;                  // the one that grows; empty before the first start
   std::map<std::string, int> _files;  // the number of observations in each
   std::vector<Observation> _finished;
-  std::vector<std::string> _copied, _commands;
+  std::vector<std::string> _commands;
   int _hang_up_after = -1;  // negative: never
   int _away = 0;            // seconds until it takes connections and sends again
 };

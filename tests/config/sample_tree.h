@@ -49,8 +49,3 @@ inline std::string Answer(Configurable& tree, const std::string& document) {
   tree.configure(in, out);
   return out.str() + (in.fail() ? "(failed)" : "");
 }
-
-struct Exchange {
-  const char* document;
-  const char* answer;
-};
