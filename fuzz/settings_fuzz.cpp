@@ -94,7 +94,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Settings settings, again;
   std::string error;
   if (!Read(std::string(reinterpret_cast<const char*>(data), size), settings, error)) {
-    Require(error.find(kPath + ':') == 0 || error.find("clock.integral: ") == 0 || error.find("analyser.col") == 0);
+    Require(error.starts_with(kPath + ':') || error.starts_with("clock.integral: ") ||
+            error.starts_with("analyser.col"));
     return 0;
   }
   Require(IsWithin(settings.disk.split, 1, 604'800) && IsWithin(settings.disk.percent, 1, 100));
@@ -102,6 +103,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   Require(IsWithin(settings.campbell.port, 1, 65'535) && settings.clock.integral >= settings.clock.proportional);
   Require(IsWithin(settings.clock.proportional, 2, 1'000'000) && IsWithin(settings.clock.integral, 4, 1'000'000));
   Require(settings.name.find('/') == std::string::npos && !settings.name.empty());
+  Require(!settings.state.empty() && !settings.disk.path.empty());
   for (const std::string& path : {settings.state, settings.disk.path, settings.gps.device, settings.clock.rtc})
     Require(path.empty() || path.front() == '/');
   if (!IsPlain(settings)) return 0;

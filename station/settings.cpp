@@ -7,6 +7,7 @@
 #include <fstream>
 #include <istream>
 #include <map>
+#include <set>
 #include <sstream>
 
 #include "station/wholenumber.h"
@@ -14,6 +15,7 @@
 namespace {
 
 constexpr const char* kDefaultFile = "/etc/moorlog/station.toml";
+const std::set<std::string> kCommands = {"config", "check", "seconds", "help", "version"};  // not in a file
 constexpr int kMostSeconds = 2'000'000;  // a timer's milliseconds are an int
 
 // Names and directories become words of zip's command line, which takes some characters for a pattern.
@@ -30,7 +32,11 @@ std::string CheckPath(const std::string& text) {
   return text.starts_with('/') ? CheckWord(text) : "'" + text + "' doesn't begin with '/'";
 }
 
-// "", for none, goes with every check.
+CLI::Validator Given(std::string (*check)(const std::string&)) {
+  return {[check](std::string& text) { return check(text); }, ""};
+}
+
+// "" stands for none.
 CLI::Validator Optional(std::string (*check)(const std::string&)) {
   return {[check](std::string& text) { return text.empty() ? "" : check(text); }, ""};
 }
@@ -44,31 +50,32 @@ std::map<std::string, int> LinesOfKeys(const std::string& text) {
     line = CLI::detail::trim_copy(line);
     if (line.starts_with('[') && line.find(']') != std::string::npos)
       section = CLI::detail::trim_copy(line.substr(1, line.find(']') - 1)) + '.';
-    else if (const size_t equals = line.find('='); equals != std::string::npos && !line.starts_with('#'))
-      lines[section + CLI::detail::trim_copy(line.substr(0, equals))] = number;
+    else if (!line.empty() && !line.starts_with('#'))
+      lines[section + CLI::detail::trim_copy(line.substr(0, line.find('=')))] = number;
   }
   return lines;
 }
 
 class Reader {
  public:
-  Reader(Settings& settings, Command& command) {
+  Reader(Settings& settings, Command& command) : _settings(settings) {
     _app.set_help_flag("-h,--help", "say this");
     _app.set_version_flag("--version", MOORLOG_VERSION);
     _app.add_option("--config", _file, "the configuration file")->type_name("FILE")->default_str(kDefaultFile);
     _app.add_flag("--check", command.check, "read the settings, say what would run, and end");
     _Number("--seconds", command.seconds, 1, kMostSeconds, "end after so many seconds");
 
-    _Text("--name", settings.name, CheckName, "what the data files' names begin with");
+    _Text("--name", settings.name, Optional(CheckName), "what the data files' names begin with");
     _app.add_option("--user", settings.user, "whose rights the station works with")->type_name("NAME");
-    _Text("--state", settings.state, CheckPath, "directory of what has to survive a restart");
+    _Text("--state", settings.state, Given(CheckPath), "directory of what has to survive a restart");
     _Flag("--verbose", settings.verbose, "tell what the parts do");
-    _Text("--disk.path", settings.disk.path, CheckPath, "where the disk is mounted");
+    _Text("--disk.path", settings.disk.path, Given(CheckPath), "where the disk is mounted");
     _Flag("--disk.board", settings.disk.board, "that path may be on the board's own disk");
     _Number("--disk.split", settings.disk.split, 1, 604'800, "seconds, the length of a file");
     _Number("--disk.percent", settings.disk.percent, 1, 100, "of the disk, for all files together");
     _Number("--control.port", settings.control.port, 0, 65'535, "TCP port for tools; 0: one of the system's choice");
-    _Text("--control.interface", settings.control.interface, CheckName, "network interface it can be reached from");
+    _Text("--control.interface", settings.control.interface, Optional(CheckName),
+          "network interface it can be reached from");
     _Number("--analyser.port", settings.analyser.port, 1, 65'535, "of an analyser that is given by its address");
     _app.add_option("--analyser.record", settings.analyser.record,
                     "its lines as they come, some of their columns, or none")
@@ -84,7 +91,8 @@ class Reader {
     _Flag("--soil.record", settings.soil.record, "write the soil chamber's reports to files");
     _Flag("--modules.record", settings.modules.record, "write the modules' rows to day files");
     _Number("--campbell.port", settings.campbell.port, 1, 65'535, "of the Campbell logger's web interface");
-    _Text("--campbell.directory", settings.campbell.directory, CheckPath, "where the rows are put for the upload");
+    _Text("--campbell.directory", settings.campbell.directory, Optional(CheckPath),
+          "where the rows are put for the upload");
     _app.add_option("--clock.mode", settings.clock.mode, "set the system's clock by the GPS, or only watch it")
         ->check(CLI::IsMember({"set", "watch"}))
         ->type_name("set|watch");
@@ -103,7 +111,11 @@ class Reader {
     } catch (const CLI::ParseError& error) {
       throw SettingsError(error.what());
     }
-    _ReadFile(_file.empty() ? kDefaultFile : _file);
+    _ReadFile();
+    _Require(_settings.clock.integral >= _settings.clock.proportional, "clock.integral",
+             "clock.integral: not below clock.proportional, or the clock swings");
+    _Require(_settings.analyser.record != "some" || !_settings.analyser.columns.empty(), "analyser.record",
+             "analyser.columns: 'some' wants their names");
   }
 
  private:
@@ -113,50 +125,59 @@ class Reader {
         ->capture_default_str()
         ->type_name(WholeNumberName(least, most));
   }
-  void _Text(const std::string& name, std::string& value, std::string (*check)(const std::string&),
-             const std::string& what) {
-    _app.add_option(name, value, what)->check(Optional(check))->capture_default_str()->type_name("TEXT");
+  void _Text(const std::string& name, std::string& value, const CLI::Validator& check, const std::string& what) {
+    _app.add_option(name, value, what)->check(check)->capture_default_str()->type_name("TEXT");
   }
   void _Device(const std::string& name, std::string& value, const std::string& what) {
-    _Text(name, value, CheckPath, what);
+    _Text(name, value, Optional(CheckPath), what);
   }
   void _Flag(const std::string& name, bool& value, const std::string& what) {
     _app.add_option(name, value, what)->capture_default_str()->type_name("true|false");
   }
 
+  std::string _Path() const { return _file.empty() ? kDefaultFile : _file; }
+
+  // What stands in the file.
+  [[noreturn]] void _Fail(const std::string& key, const std::string& what) const {
+    const auto line = _lines.find(key);
+    throw SettingsError(_Path() + ':' + (line == _lines.end() ? "" : std::to_string(line->second) + ':') + ' ' + what);
+  }
+
+  // What doesn't go together, on whichever way it has come.
+  void _Require(bool condition, const std::string& key, const std::string& what) const {
+    if (condition) return;
+    if (_lines.contains(key)) _Fail(key, what);
+    throw SettingsError(what);
+  }
+
   // What the command line has set stays.
-  void _ReadFile(const std::string& path) {
-    std::ifstream file(path);
+  void _ReadFile() {
+    std::ifstream file(_Path());
     if (!file) {
       if (_file.empty()) return;  // none is asked for, and none is there
-      throw SettingsError(path + ": can't be read");
+      throw SettingsError(_Path() + ": can't be read");
     }
     const std::string text(std::istreambuf_iterator<char>(file), {});
-    const std::map<std::string, int> lines = LinesOfKeys(text);
-    const auto fail = [&](const std::string& key, const std::string& what) {
-      const auto line = lines.find(key);
-      throw SettingsError(path + ':' + (line == lines.end() ? "" : std::to_string(line->second) + ':') + ' ' + what);
-    };
+    _lines = LinesOfKeys(text);
     std::istringstream in(text);
     std::vector<CLI::ConfigItem> items;
     try {
       items = CLI::ConfigTOML().from_config(in);
     } catch (const CLI::ParseError& error) {
-      fail("", error.what());
+      _Fail("", error.what());
     }
     for (const CLI::ConfigItem& item : items) {
       if (item.name == "++" || item.name == "--") continue;  // a section begins or ends
       const std::string key = item.fullname();
       CLI::Option* const option = _app.get_option_no_throw("--" + key);
-      if (option == nullptr || key == "config" || key == "check" || key == "help" || key == "version")
-        fail(key, "there is no key '" + key + "'");
+      if (option == nullptr || kCommands.contains(key)) _Fail(key, "there is no key '" + key + "'");
       if (option->count() > 0 || item.inputs.empty()) continue;
       try {
         option->add_result(item.inputs);
         option->run_callback();
       } catch (const CLI::ParseError& error) {
         const std::string what = error.what();
-        fail(key, what.starts_with("--") ? what.substr(2) : what);
+        _Fail(key, what.starts_with("--") ? what.substr(2) : what);
       }
     }
   }
@@ -165,7 +186,9 @@ class Reader {
       "The station of the logger: reads all instruments, keeps the clock and the disk. What follows can also\n"
       "stand in the configuration file; what is said here wins.",
       "moorlog-station"};
+  Settings& _settings;
   std::string _file;
+  std::map<std::string, int> _lines;  // of the file, by key
 };
 
 }  // namespace
@@ -173,10 +196,6 @@ class Reader {
 Command ReadSettings(int argc, const char* const* argv, Settings& settings) {
   Command command;
   Reader(settings, command).Read(argc, argv);
-  if (settings.clock.integral < settings.clock.proportional)
-    throw SettingsError("clock.integral: not below clock.proportional, or the clock swings");
-  if (settings.analyser.record == "some" && settings.analyser.columns.empty())
-    throw SettingsError("analyser.columns: 'some' wants their names");
   if (settings.name.empty()) {
     char host[256] = {};
     settings.name = gethostname(host, sizeof host - 1) == 0 && host[0] != 0 ? host : "station";
