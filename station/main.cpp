@@ -4,6 +4,7 @@
 // Exit status: 0 when it was ended; 2 for settings that can't be taken; 1 for what can't be had at the start, or when
 // the same error has come over and over.
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -45,7 +46,7 @@ std::string OrNone(const std::string& text) {
   return text.empty() ? "none" : text;
 }
 
-// What would run, and what won't for want of a file or of rights.
+// What would run, and what won't for want of a file or of rights: those of the user that it would work as.
 int Check(const Settings& settings) {
   std::cout << "name       " << settings.name << "\nstate      " << settings.state << "\ndisk       "
             << settings.disk.path << (settings.disk.board ? ", also on the board's own disk" : "") << ", files of "
@@ -56,9 +57,14 @@ int Check(const Settings& settings) {
             << "\nbutton     " << OrNone(settings.button.device) << "\ncampbell   rows in "
             << (settings.campbell.directory.empty() ? settings.disk.path : settings.campbell.directory)
             << "\nclock      " << settings.clock.mode << '\n';
+  try {
+    WorkAs(settings.user);
+  } catch (const std::runtime_error& error) {
+    std::cout << "missing    " << error.what() << '\n';
+  }
   for (const std::string& device :
        {settings.gps.device, settings.gps.pulse, settings.sonic.device, settings.button.device})
-    if (!device.empty() && access(device.c_str(), R_OK | W_OK) != 0)
+    if (!device.empty() && faccessat(AT_FDCWD, device.c_str(), R_OK | W_OK, AT_EACCESS) != 0)
       std::cout << "missing    " << device << " can't be opened now; it is looked for every ten seconds\n";
   if (!IsRootsProcess())
     std::cout << "missing    root's rights: the clock is only watched, the modules stay off; zone, name, time protocol "
@@ -74,14 +80,14 @@ class Service {
     _Start(_settings);
   }
 
-  // False: the same error has come over and over.
+  // False: the same error has come over and over, or no settings can be had any more.
   bool Run(const End& end) {
     for (bool more = true; more && !end.IsOver();) {
       try {
         more = PollProcessor::Instance().Poll(-1);
         if (_reload.Take()) _Reload();
       } catch (const std::exception& error) {
-        if (!_mishaps.Bear(error.what())) return false;
+        if (!_mishaps.Bear(error.what()) || !_station) return false;
       }
     }
     _watchdog.Stopping();
