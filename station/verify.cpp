@@ -95,7 +95,8 @@ void Verifier::_LookAtTime(std::string_view line) {
     return _Find("the time can't be read");
   const int64_t now = seconds * kSecond + nanoseconds;
   const int64_t last = std::exchange(_last, now);
-  if (last == INT64_MIN) return;
+  const bool first = !std::exchange(_timed, true);
+  if (last == INT64_MIN || (first && now < last)) return;
   const double step = static_cast<double>(now - last) / kSecond;
   if (step >= 0 && (_gap <= 0 || step <= _gap)) return;
   std::ostringstream text;

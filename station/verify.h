@@ -25,6 +25,11 @@ class Verifier {
   void Feed(std::string_view bytes);
   void End();
 
+  // The file goes on where another one has ended: a gap in between is told as well. Times may begin in front of it,
+  // as where the clock was set back.
+  void Follow(int64_t last) { _last = last; }
+  int64_t Last() const { return _last; }
+
   int64_t Lines() const { return _line; }
   int64_t Records() const { return _records; }
 
@@ -46,5 +51,6 @@ class Verifier {
   std::ptrdiff_t _columns = 0;
   int _seconds = -1, _nanoseconds = -1;  // columns, counted from the first behind the key; -1: none
 
-  int64_t _last = INT64_MIN;  // nanoseconds since 1970, of the last record
+  int64_t _last = INT64_MIN;  // nanoseconds since 1970, of the last record; INT64_MIN: none yet
+  bool _timed = false;        // it was this file's
 };

@@ -16,7 +16,9 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <map>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -53,12 +55,18 @@ class Run {
   }
 
  private:
+  // A name without the moment in it, or its ending.
+  static std::string Family(const std::string& name) {
+    static const std::regex moment("-?[0-9]{4}-[0-9]{2}-[0-9]{2}[-T][0-9]{6}|(-2)*\\.(txt|txt\\.part|zip)$");
+    return std::regex_replace(name, moment, "");
+  }
+
   static bool IsDataFile(const std::string& name) {
-    if (name.find("-soil-") != std::string::npos) return false;
-    return name.ends_with(".txt") || name.ends_with(".txt.part");
+    return !Family(name).ends_with("-soil") && (name.ends_with(".txt") || name.ends_with(".txt.part"));
   }
 
   void _Check(const fs::path& path) {
+    _path = path;
     const std::string name = path.filename();
     if (name.ends_with(".zip"))
       _CheckArchive(path);
@@ -71,11 +79,14 @@ class Run {
   template <class Read>
   void _CheckBytes(const std::string& name, Read read) {
     Verifier verifier(_gap, [&](int64_t line, const std::string& what) { _Find(name, line, what); });
+    int64_t& last = _last.try_emplace(Family(_path), INT64_MIN).first->second;
+    verifier.Follow(last);
     for (int64_t size; (size = read(_buffer.data(), _buffer.size())) > 0;) {
       verifier.Feed({_buffer.data(), static_cast<size_t>(size)});
       _Progress(static_cast<uintmax_t>(size));
     }
     verifier.End();
+    last = verifier.Last();
     ++_checked;
     _records += verifier.Records();
   }
@@ -133,6 +144,8 @@ class Run {
   const double _gap;
   const bool _terminal = isatty(STDERR_FILENO) == 1;
   std::vector<fs::path> _files;
+  std::string _path;                     // of the one that is looked at
+  std::map<std::string, int64_t> _last;  // its last record's time, by family
   std::vector<char> _buffer = std::vector<char>(1 << 20);
   uintmax_t _bytes = 0, _total = 0;
   int64_t _records = 0, _findings = 0, _checked = 0, _passed = 0;
