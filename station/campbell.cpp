@@ -22,7 +22,7 @@ StationCampbell::_Agent::_Agent(LinuxClock& clock, const std::string& rows, cons
     : PullCSI(clock, rows, settings.state, kTableSeconds, settings.verbose, settings.campbell.port) {}
 
 bool StationCampbell::IsConnected() const {
-  return !_aimed.empty() && time(nullptr) - _records.Last() < kSilent;
+  return !_aimed.empty() && _records.CameWithin(kSilent);
 }
 
 void StationCampbell::Apply(const ConfigMoorlog& document) {

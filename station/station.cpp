@@ -65,7 +65,7 @@ Station::Station(Settings settings, const ZonePlaces& places)
               {"button", &_button, 0}}),
       _control(_settings.control.port, _settings.control.interface,
                [this](const std::string& request) { return Answer(request); }),
-      _started(time(nullptr)) {
+      _started(PollTimer::Now()) {
   _OfferZones();
   _file.Load(_document);
   _OfferZones();
@@ -103,14 +103,17 @@ std::string Station::_Configure(const std::string& text) {
   std::ostringstream out;
   Configurable::set_compact(out, true);
   std::vector<std::string> errors;
+  const auto attempt = [&](const auto& deed) {
+    try {
+      deed();
+    } catch (const std::exception& error) {
+      errors.emplace_back(error.what());
+    }
+  };
   _OfferZones();  // the analyser's document may have described others
   ConfigTimezone& zone = _document.moorlog.cfg.clock.zone;
   const int chosen = zone.get();
-  try {
-    _document.configure_and_send_events(in, out);
-  } catch (const std::exception& error) {
-    errors.emplace_back(error.what());
-  }
+  attempt([&] { _document.configure_and_send_events(in, out); });
   if (_OfferZones()) {
     zone.set(chosen);
     zone._set_changed(false);
@@ -121,12 +124,8 @@ std::string Station::_Configure(const std::string& text) {
   const bool is_changed = moorlog.IsConfigChanged() || moorlog.factory.has_changed();
   for (std::string& error : _board.Apply(moorlog)) errors.push_back(std::move(error));
   _ApplyToInstruments();
-  try {
-    if (is_changed) _file.Save(_document);
-    _Obey(moorlog.cmd);
-  } catch (const std::exception& error) {
-    errors.emplace_back(error.what());
-  }
+  if (is_changed) attempt([&] { _file.Save(_document); });
+  attempt([&] { _Obey(moorlog.cmd); });
   _document._set_changed(false);
   for (const std::string& error : errors) _document.Error(out, error);
   if (errors.empty() && !is_answered) _document.Ack(out);
@@ -190,13 +189,16 @@ void Station::_EachMinute() {
     _reclaimer.Reclaim(_disk.Path(), _settings.disk.percent, ".part");
 }
 
-StationButton::Light Station::_Light() const {
+StationButton::Light Station::_Light() {
+  int64_t lost = 0;
+  for (const _Row& row : _table)
+    if (row.instrument->Files() != nullptr) lost += row.instrument->Files()->Lost();
+  const bool is_losing = std::exchange(_lost, lost) != lost;
   if (!_recording) return StationButton::Off;
-  return _disk.IsThere() ? StationButton::On : StationButton::Error;
+  return _disk.IsThere() && !is_losing ? StationButton::On : StationButton::Error;
 }
 
 std::string Station::Status() const {
-  const time_t now = time(nullptr);
   Json::Value status;
   for (const _Row& row : _table) {
     const Tally& records = row.instrument->Records();
@@ -206,7 +208,7 @@ std::string Station::Status() const {
     line["rate"] = records.Rate();
     line["bad_sums"] = Json::Int64{records.BadSums()};
     if (records.Last() != 0) line["last"] = Json::Int64{records.Last()};
-    line["silent"] = row.silent > 0 && now - records.Last() > row.silent;
+    line["silent"] = row.silent > 0 && !records.CameWithin(row.silent);
     if (RecordFiles* const files = row.instrument->Files(); files != nullptr) {
       if (!files->File().empty()) line["file"] = files->File();
       line["written"] = Json::Int64{files->Written()};
@@ -221,7 +223,7 @@ std::string Station::Status() const {
   status["clock"]["steps"] = Json::Int64{_clock.Steps()};
   if (_clock.Offset()) status["clock"]["offset"] = *_clock.Offset();
   status["memory"] = Memory();
-  status["uptime"] = Json::Int64{now - _started};
+  status["uptime"] = Json::Int64{(PollTimer::Now() - _started) / 1'000'000'000};
   status["version"] = MOORLOG_VERSION;
   Json::StreamWriterBuilder format;
   format["indentation"] = "";

@@ -66,7 +66,7 @@ class Station : private Disk::Listener, private PollTimer {
   void _Record(bool on);
   void _EachMinute();
   void _FinishFiles();
-  StationButton::Light _Light() const;
+  StationButton::Light _Light();
 
   void DiskCame() override;
   void DiskWent() override;
@@ -93,7 +93,8 @@ class Station : private Disk::Listener, private PollTimer {
   const std::vector<_Row> _table;
 
   class ControlPort _control;
-  const time_t _started;
+  const int64_t _started;  // on PollTimer's clock
   bool _recording = true;
-  int _second = 0;  // of the minute
+  int64_t _lost = 0;  // lines of all files, a second ago
+  int _second = 0;    // of the minute
 };

@@ -73,6 +73,23 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_NEAR(world.Status()["clock"]["offset"].asDouble(), 0, 0.1);
   EXPECT_EQ(world.site.button.LED(), 'Y');
 
+  // A disk that takes nothing; a document that can't be kept, whose command is obeyed.
+  std::filesystem::rename(world.dir / "disk", world.dir / "away");
+  PollFor(60'000);
+  EXPECT_EQ(world.site.button.LED(), 'E');
+  std::filesystem::rename(world.dir / "away", world.dir / "disk");
+  EXPECT_TRUE(World::Becomes([&] { return world.site.button.LED() == 'Y'; }, 60));
+  std::filesystem::remove_all(world.dir / "state");
+  EXPECT_NE(world.station
+                ->Answer("<tarno><moorlog><cfg><head>x</head></cfg><cmd><logusbstop>true</logusbstop></cmd></moorlog>"
+                         "</tarno>")
+                .find("<error>"),
+            std::string::npos);
+  EXPECT_FALSE(world.Status()["recording"].asBool());
+  std::filesystem::create_directory(world.dir / "state");
+  world.station->Answer(world.site.Document());
+  world.station->Answer("<tarno><moorlog><cmd><logusbstart>true</logusbstart></cmd></moorlog></tarno>");
+
   world.site.button.Press();
   world.site.button.Release();
   EXPECT_TRUE(World::Becomes([&] { return world.site.button.LED() == 'N'; }, 60));
@@ -129,6 +146,9 @@ TEST(Station, RecordsNoMoreThanItIsToldTo) {
     for (const char* name : {"analyser", "sonic", "gps", "campbell"})
       EXPECT_TRUE(PollUntil([&] { return world.Status()["instruments"][name]["records"].asInt() > 0; }, 300'000))
           << name;
+    world.time.StepWall(3'600'000'000'000);
+    EXPECT_FALSE(world.Status()["instruments"]["sonic"]["silent"].asBool());
+    EXPECT_LT(world.Status()["uptime"].asInt(), 3'600);
     world.station.reset();
     std::string told;
     for (const auto& [name, text] : world.Files()) {
