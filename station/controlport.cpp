@@ -1,5 +1,7 @@
 #include "station/controlport.h"
 
+#include <netinet/in.h>
+#include <netinet/tcp.h>
 #include <sys/socket.h>
 
 #include <exception>
@@ -7,10 +9,25 @@
 
 #include "runtime/errnoexcept.h"
 
+namespace {
+
+// One that has lost its network or its power never ends the connection: it is asked after a minute of silence, and
+// given up after another one.
+constexpr struct {
+  int level, option, value;
+} kKeepAlive[] = {{SOL_SOCKET, SO_KEEPALIVE, 1},
+                  {IPPROTO_TCP, TCP_KEEPIDLE, 60},
+                  {IPPROTO_TCP, TCP_KEEPINTVL, 15},
+                  {IPPROTO_TCP, TCP_KEEPCNT, 4}};
+
+}  // namespace
+
 ControlPort::ControlPort(int port, const std::string& interface, Answer answer) : _answer(std::move(answer)) {
   if (!interface.empty() && setsockopt(_server.Fileno(), SOL_SOCKET, SO_BINDTODEVICE, interface.data(),
                                        static_cast<socklen_t>(interface.size())) != 0)
     ThrowErrno("Unable to use the interface ", interface);
+  for (const auto& [level, option, value] : kKeepAlive)
+    setsockopt(_server.Fileno(), level, option, &value, sizeof value);  // clients take it over
   _server.RegisterListener(*this);
   _server.Listen(port);
 }

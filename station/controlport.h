@@ -4,7 +4,8 @@
 // socket(7)), and nobody is asked who he is.
 //
 // A client harms nobody: of more than kMostClients at once the newest is closed, and so is one whose request doesn't
-// end within kLongestRequest bytes, or who leaves kLongestQueue bytes of answers unread.
+// end within kLongestRequest bytes, or who leaves kLongestQueue bytes of answers unread. One that has gone without a
+// word loses its place within two minutes.
 //
 // Thread: the poll loop's.
 

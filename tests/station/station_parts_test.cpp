@@ -6,6 +6,7 @@
 
 #include <cmath>
 #include <filesystem>
+#include <fstream>
 
 #include "emulators/push_button.h"
 #include "emulators/temp_directory.h"
@@ -82,6 +83,18 @@ struct Tool {
   Socket socket;
 };
 
+// Connections that the kernel asks in silence whether they are there (proc_net_tcp of its documentation).
+size_t KeptAlive(unsigned port) {
+  size_t count = 0;
+  std::ifstream sockets("/proc/net/tcp");
+  for (std::string line; std::getline(sockets, line);) {
+    unsigned local = 0, state = 0, timer = 0;
+    count += std::sscanf(line.c_str(), "%*d: %*x:%x %*x:%*x %x %*x:%*x %x", &local, &state, &timer) == 3 &&
+             local == port && state == 1 && timer == 2;
+  }
+  return count;
+}
+
 // What it answers is held against plain lines in fuzz/control_fuzz.cpp.
 TEST(ControlPort, BearsEveryClient) {
   constexpr size_t kMuch = ControlPort::kLongestQueue / 2;
@@ -94,6 +107,7 @@ TEST(ControlPort, BearsEveryClient) {
     EXPECT_TRUE(many.back()->Asks("x"));
   }
   EXPECT_TRUE(Tool(port).Closed());
+  EXPECT_TRUE(PollUntil([&] { return KeptAlive(static_cast<unsigned>(port.Port())) == ControlPort::kMostClients; }));
   // Leaves; asks for more than it reads; asks without an end.
   many[0]->socket.Shutdown(Socket::ShutdownWrite);
   EXPECT_TRUE(many[0]->Closed());
