@@ -201,7 +201,7 @@ class Life {
         _site.button.Release();
         return _Lose(1, any, [&] { _site.button.Press(), _site.button.Release(); });
       case 12: {  // full
-        const std::string filler = _dir / "drawer/else/filler";
+        const std::string filler = Filler(_dir);
         const int file = open(filler.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
         for (auto room = static_cast<off_t>(fs::space(_dir / "drawer").available), size = off_t{0}; room > 0; room /= 2)
           while (posix_fallocate(file, size, room) == 0) size += room;
@@ -226,6 +226,7 @@ class Life {
   }
 
  public:
+  static std::string Filler(const TempDirectory& dir) { return dir / "drawer/else/filler"; }
   static void Mount(const TempDirectory& dir) {
     if (mount((dir / "drawer").c_str(), (dir / "disk").c_str(), nullptr, MS_BIND, nullptr) != 0)
       throw std::runtime_error("mount");
@@ -354,6 +355,11 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
       });
       EXPECT_TRUE(killed ? end.signal == SIGKILL : end.exit_status == 0) << end.signal << end.output;
       for (int status = 0; wait(&status) > 0;) continue;
+      if (killed) {  // in the middle of a trouble, perhaps
+        unlink(Life::Filler(dir).c_str());
+        umount2((dir / "disk").c_str(), MNT_DETACH);
+        Life::Mount(dir);
+      }
       inspector.Look(ledger, killed);
       ExpectWholeStateFiles(dir);
     }
