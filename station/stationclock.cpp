@@ -47,7 +47,7 @@ void StationClock::GotFix(const TimeVal& moment) {
     return _Sample(_pulse, moment);
   }
   const double offset = Seconds(Now() - moment);
-  if (std::abs(offset) < kStepWithoutPulse) return;
+  if (std::abs(offset) < kStepWithoutPulse) return _KeepHardwareClock();
   _offset = offset;
   _Step(offset);
 }
@@ -57,13 +57,13 @@ void StationClock::_Sample(const TimeVal& clock, const TimeVal& truth) {
   _offset = offset;
   long frequency = 0;
   const bool corrects = _law.Sync(clock, truth, &frequency);
-  if (std::abs(offset) >= (_trusted ? kStep : kNear)) {
-    _Step(offset);
-  } else {
-    _trusted = true;
-    if (corrects) _SetFrequency(frequency);
-    if (PollTimer::Now() - _hardware_set >= kHour || _hardware_set == 0) _Step(0);
-  }
+  if (std::abs(offset) >= (std::exchange(_sampled, true) ? kStep : kNear)) return _Step(offset);
+  if (corrects) _SetFrequency(frequency);
+  _KeepHardwareClock();
+}
+
+void StationClock::_KeepHardwareClock() {
+  if (PollTimer::Now() - _hardware_set >= kHour || _hardware_set == 0) _Step(0);
 }
 
 // Setting the system's clock is what sets the hardware clock.
@@ -73,7 +73,6 @@ void StationClock::_Step(double seconds) {
     const auto nanoseconds = static_cast<int64_t>(std::llround(-seconds * 1e9)) + now.nanoseconds;
     const int64_t carry = nanoseconds >= 0 ? nanoseconds / kSecond : -((kSecond - 1 - nanoseconds) / kSecond);
     _hardware_set = PollTimer::Now();
-    _trusted = true;
     if (seconds != 0) ++_steps;
     _clock.SetTime(static_cast<long>(now.seconds + carry), static_cast<long>(nanoseconds - carry * kSecond));
     if (seconds == 0) return;

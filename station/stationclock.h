@@ -4,10 +4,10 @@
 // A pulse and the fix that follows it within 900 ms make a sample, where the fix is of a whole second. The clock is
 // stepped at the first sample of all, where it is off by more than a millisecond, and later only where it is off by a
 // second and more; every other correction is one of frequency. Without a pulse the moment of a fix says too little for
-// a frequency: the clock is stepped where it is off by two seconds and more.
+// a frequency: the clock is stepped where it is off by two seconds and more, and once more at the first sample.
 //
 // Only watching, it tells how far the clock is off and changes nothing. The hardware clock is set with each step, and
-// once an hour while samples come.
+// once an hour while fixes come.
 //
 // Thread: the poll loop's. Errors are told, not thrown, and the same one once: a board without a hardware clock goes on
 // without. Without root's rights the clock is only watched.
@@ -52,6 +52,7 @@ class StationClock {
 
  private:
   void _Sample(const TimeVal& clock, const TimeVal& truth);
+  void _KeepHardwareClock();
   void _Step(double seconds);
   void _SetFrequency(long frequency);
   template <class Deed>
@@ -65,7 +66,7 @@ class StationClock {
   int64_t _hardware_set = 0;  // likewise; 0: not yet
   std::optional<double> _offset;
   std::optional<long> _frequency;  // that the kernel has been told
-  bool _trusted = false;           // has been set, or found right, once
+  bool _sampled = false;
   int64_t _steps = 0;
   std::string _told;  // the last error
 };

@@ -30,7 +30,7 @@ namespace {
 // How far the board's clock is ahead, in seconds, and what it is told.
 struct {
   double ahead = 0, ppm = 0;
-  int steps = 0;
+  int steps = 0, sets = 0;
   bool refuses = false;
 } board;
 
@@ -48,6 +48,7 @@ extern "C" int __wrap_settimeofday(const timeval* time, const struct timezone*) 
   const double by =
       static_cast<double>(time->tv_sec - now.tv_sec) + static_cast<double>(time->tv_usec - now.tv_usec) / 1e6;
   board.ahead += by;
+  ++board.sets;
   board.steps += std::abs(by) > 1e-4 ? 1 : 0;
   if (settable_time != nullptr) settable_time->StepWall(std::llround(by * 1e9));
   return 0;
@@ -288,6 +289,32 @@ TEST(StationButton, IsNotListenedToWhenItHasGone) {
   PollFor(5'000);
   EXPECT_LT(output.Text().size(), 200U);
   EXPECT_FALSE(station.IsConnected());
+}
+
+// Fixes without pulses, which come 400 ms late, and then the first pulse.
+TEST(StationClock, IsSteppedAtTheFirstPulseWhateverFixesHaveSaid) {
+  const TempDirectory dir;
+  for (const char* name : {"zones/UTC", "rtc"}) dir.Write(name, "");
+  VirtualTime time;
+  settable_time = &time;
+  board = {};
+  LinuxClock linux_clock(dir / "zones", dir / "link", dir / "zone", dir / "rtc");
+  StationClock clock(linux_clock, false, {4, 8});
+  const CapturedOutput output;
+  const auto truth = [&] { return TimeVal(static_cast<int32_t>(1'700'000'000 + time.Elapsed() / 1'000)); };
+  time.Advance(400);
+  for (int minute = 0; minute < 150; ++minute) {
+    clock.GotFix(truth());
+    time.Advance(60'000);
+  }
+  EXPECT_EQ(board.steps, 1);
+  EXPECT_EQ(board.sets, 3);  // of the hardware clock: each hour as well
+  time.Advance(600);
+  clock.GotPulse(StationClock::Now());
+  clock.GotFix(truth());
+  EXPECT_EQ(board.steps, 2);
+  EXPECT_EQ(StationClock::Now() - truth(), TimeVal());
+  settable_time = nullptr;
 }
 
 TEST(StationClock, TellsOnceWhatTheSystemRefuses) {
