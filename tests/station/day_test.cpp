@@ -340,7 +340,7 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
     for (const char* name : {"rtc", "disk/x/y", "drawer/x", "state/x"}) dir.Write(name, "");
     MountEmpty(dir / "state");  // or each fsync would be a real one
     MountGpio(13);
-    MountEmpty(dir / "drawer", "size=" + std::to_string(64 + hours / 3) + 'm');  // none of it is to be reclaimed
+    MountEmpty(dir / "drawer", "size=" + std::to_string(64 + hours) + 'm');  // none of it is to be reclaimed
     fs::create_directory(dir / "drawer/else");
     Life::Mount(dir);
     std::mt19937 random(seed);
