@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <jsoncpp/json/json.h>
+#include <unistd.h>
 
 #include <filesystem>
 #include <map>
@@ -18,6 +19,13 @@
 #include "tests/support/poll_runner.h"
 
 namespace {
+
+// Of this process alone: the soil chamber's port is a fixed one.
+std::string OwnAddress() {
+  const int pid = getpid();
+  return "127." + std::to_string(128 + (pid >> 16)) + '.' + std::to_string(pid >> 8 & 255) + '.' +
+         std::to_string(pid & 255);
+}
 
 struct World {
   World() {
@@ -51,7 +59,7 @@ struct World {
   const TempDirectory dir;
   VirtualTime time;
   const CapturedOutput output{STDERR_FILENO};
-  Site site{{.sonic_rate = 2, .soil = "127.5.1.7", .chamber = {.purge = 5, .observation = 20}, .modules = false}};
+  Site site{{.sonic_rate = 2, .soil = OwnAddress(), .chamber = {.purge = 5, .observation = 20}, .modules = false}};
   Settings settings = SettingsFor(site, dir);
   std::optional<Station> station;
 };
