@@ -23,9 +23,9 @@
 #include "bench/turns.h"
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
+#include "emulators/poll_runner.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

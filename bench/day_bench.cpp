@@ -20,10 +20,10 @@
 
 #include "bench/silence.h"
 #include "emulators/analyser.h"
+#include "emulators/poll_runner.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "examples/recorder.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -28,13 +28,13 @@
 #include "bench/silence.h"
 #include "daqm/daqm.h"
 #include "emulators/own_host.h"
+#include "emulators/poll_runner.h"
 #include "emulators/site.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "net/socket.h"
 #include "station/station.h"
 #include "tests/station/site_settings.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

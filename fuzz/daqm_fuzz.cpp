@@ -27,10 +27,10 @@
 
 #include "daqm/daqm.h"
 #include "emulators/own_host.h"
+#include "emulators/poll_runner.h"
 #include "emulators/pty.h"
 #include "emulators/virtual_time.h"
 #include "net/socketaddress.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -6,8 +6,8 @@
 
 #include "emulators/analyser.h"
 #include "emulators/avahi_hosts.h"
+#include "emulators/poll_runner.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/poll_runner.h"
 
 // What a line is taken for is held against a second decoder in fuzz/ch4_fuzz.cpp.
 

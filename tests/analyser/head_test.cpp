@@ -7,12 +7,12 @@
 #include <memory>
 
 #include "emulators/avahi_hosts.h"
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "net/bonjourclient.h"
 #include "net/socket.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
-#include "tests/support/poll_runner.h"
 
 // What a link does, step by step, is held against a model in fuzz/head_fuzz.cpp. Here is what that can't see.
 

@@ -4,10 +4,10 @@
 
 #include "emulators/analyser.h"
 #include "emulators/fifo.h"
+#include "emulators/poll_runner.h"
 #include "emulators/pty.h"
 #include "emulators/virtual_time.h"
 #include "serial/sonicstats.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

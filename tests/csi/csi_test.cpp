@@ -9,12 +9,12 @@
 
 #include "csi/pullcsi.h"
 #include "emulators/campbelllogger.h"
+#include "emulators/poll_runner.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "json/statefile.h"
 #include "runtime/datachecksum.h"
 #include "tests/support/captured_output.h"
-#include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
 
 // Disks take their time: what is synced is noted, in order, and left to the system.

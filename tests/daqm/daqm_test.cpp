@@ -10,6 +10,7 @@
 
 #include "emulators/daqmbus.h"
 #include "emulators/own_host.h"
+#include "emulators/poll_runner.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "examples/timer.h"
@@ -19,7 +20,6 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/gpio_tree.h"
-#include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
 
 namespace {

@@ -6,11 +6,11 @@
 #include <memory>
 
 #include "emulators/own_host.h"
+#include "emulators/poll_runner.h"
 #include "emulators/pty.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/gpio_tree.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include "analyser/datahandler.h"
 #include "analyser/head.h"
 #include "emulators/analyser.h"
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

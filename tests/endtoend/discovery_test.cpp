@@ -4,10 +4,10 @@
 
 #include "emulators/analyser.h"
 #include "emulators/avahi_hosts.h"
+#include "emulators/poll_runner.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "examples/recorder.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

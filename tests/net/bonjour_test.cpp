@@ -6,12 +6,12 @@
 #include <stdexcept>
 
 #include "emulators/avahi_hosts.h"
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "net/avahipoll.h"
 #include "net/bonjourclient.h"
 #include "net/bonjourclientimpl.h"
 #include "tests/support/error_text.h"
-#include "tests/support/poll_runner.h"
 
 using testing::ElementsAre;
 

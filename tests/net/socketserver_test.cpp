@@ -6,10 +6,10 @@
 
 #include <functional>
 
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
-#include "tests/support/poll_runner.h"
 
 extern int accept_error;  // what the next accept fails with
 

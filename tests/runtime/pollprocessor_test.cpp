@@ -13,12 +13,12 @@
 #include <limits>
 #include <set>
 
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "runtime/errnoexcept.h"
 #include "runtime/signalprocessor.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -8,12 +8,12 @@
 #include <istream>
 #include <ostream>
 
+#include "emulators/poll_runner.h"
 #include "emulators/temp_directory.h"
 #include "runtime/errnoexcept.h"
 #include "runtime/filereader.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -9,11 +9,11 @@
 #include <utility>
 
 #include "emulators/gps_receiver.h"
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -7,12 +7,12 @@
 #include <optional>
 #include <utility>
 
+#include "emulators/poll_runner.h"
 #include "emulators/pty.h"
 #include "emulators/virtual_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "emulators/poll_runner.h"
 #include "emulators/pulse_source.h"
 #include "emulators/push_button.h"
 #include "emulators/temp_directory.h"
@@ -14,7 +15,6 @@
 #include "tests/support/captured_output.h"
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

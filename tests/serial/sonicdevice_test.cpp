@@ -2,12 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include "emulators/poll_runner.h"
 #include "emulators/sonic_anemometer.h"
 #include "emulators/virtual_time.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
 #include "tests/support/fake_device.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -7,6 +7,7 @@
 #include <set>
 #include <sstream>
 
+#include "emulators/poll_runner.h"
 #include "emulators/soilinstrument.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
@@ -14,7 +15,6 @@
 #include "net/net_util.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
 
 namespace {

@@ -19,6 +19,7 @@
 
 #include "daqm/daqm.h"
 #include "emulators/own_host.h"
+#include "emulators/poll_runner.h"
 #include "emulators/shared_memory.h"
 #include "emulators/virtual_time.h"
 #include "runtime/filesystem.h"
@@ -27,7 +28,6 @@
 #include "tests/station/settable_time.h"
 #include "tests/station/site_settings.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/poll_runner.h"
 #include "tests/support/setting.h"
 
 namespace {

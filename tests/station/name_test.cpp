@@ -7,9 +7,9 @@
 #include <optional>
 
 #include "emulators/avahi_hosts.h"
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "tests/station/site_settings.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -10,11 +10,11 @@
 #include <csignal>
 #include <cstring>
 
+#include "emulators/poll_runner.h"
 #include "emulators/sonic_anemometer.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "station/watchdog.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <fstream>
 
+#include "emulators/poll_runner.h"
 #include "emulators/push_button.h"
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
@@ -23,7 +24,6 @@
 #include "tests/support/child_process.h"
 #include "tests/support/error_text.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 

@@ -11,12 +11,12 @@
 #include <optional>
 #include <set>
 
+#include "emulators/poll_runner.h"
 #include "emulators/virtual_time.h"
 #include "station/verify.h"
 #include "tests/station/site_settings.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/mount_namespace.h"
-#include "tests/support/poll_runner.h"
 
 namespace {
 
