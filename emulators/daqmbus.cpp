@@ -19,8 +19,8 @@ constexpr size_t kMostCommands = 1'000;
 
 // The whole number behind a name; 0 without one.
 long NumberBehind(const std::string& text, const std::string& name) {
-  const size_t at = std::min(text.find(name), text.size());
-  return std::atol(text.c_str() + std::min(at + name.size(), text.size()));
+  const size_t at = text.find(name);
+  return at == std::string::npos ? 0 : std::atol(text.c_str() + at + name.size());
 }
 
 }  // namespace
@@ -207,8 +207,9 @@ void DAQMBus::HandleTimeout() {
 
 void DAQMBus::Forget() {
   _commands.clear();
-  const auto holds_none = [](const Module& module) { return module.held.empty(); };
-  if (_in_output.empty() && std::all_of(_modules.begin(), _modules.end(), holds_none)) _reports.clear();
+  size_t owed = _in_output.size();
+  for (const Module& module : _modules) owed += module.held.size();
+  if (owed == 0) _reports.clear();
 }
 
 // A line that is cut off for good spoils the one behind it, whichever that is.

@@ -6,9 +6,9 @@
 
 Fifo::Fifo() {
   // Open for both, it neither waits for the other side nor ends without it.
-  mkfifo(_path.c_str(), 0600);
+  Must(mkfifo(_path.c_str(), 0600) == 0, "make ", _path);
   _instrument = open(_path.c_str(), O_RDWR | O_NONBLOCK | O_CLOEXEC);
-  Must(_instrument >= 0, "make ", _path);
+  Must(_instrument >= 0, "open ", _path);
 }
 
 Fifo::~Fifo() {

@@ -14,7 +14,7 @@ constexpr int kTicksPerSecond = 10;
 constexpr int kLate = 2;                   // ticks from the moment that a sentence is of until it comes
 constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
 
-// The rates behind the codes of $PGRMC, in bits per second. There are no other codes.
+// The rates behind the codes of $PGRMC, in bits per second.
 const std::map<std::string, int> kRateCodes = {{"1", 1200},  {"2", 2400}, {"3", 4800}, {"4", 9600},
                                                {"5", 19200}, {"6", 300},  {"7", 600},  {"8", 38400}};
 
@@ -107,9 +107,9 @@ void GPSReceiver::_Obey(const std::string& command) {
 void GPSReceiver::_ObeyGarmin(const std::vector<std::string>& words) {
   const std::string& command = words[0];
   if (command == "$PGRMO") _outputs[words[1]] = std::atoi(words[2].c_str());
-  if (command == "$PGRMC") _next_rate = kRateCodes.at(words[10]);
+  if (command == "$PGRMC" && kRateCodes.contains(words[10])) _next_rate = kRateCodes.at(words[10]);
   if (command == "$PGRMCE") _Send(Sentence("PGRMC,A,100.3,100,6378137.000,298.257223563,0.0,0.0,0.0,A,8,1,2,4,30"));
-  if (command + words[7] == "$PGRMIR") {
+  if (command == "$PGRMI" && words[7] == "R") {
     _rate = _next_rate;
     _silent_until = _ticks + kSilence;
   }
@@ -117,7 +117,7 @@ void GPSReceiver::_ObeyGarmin(const std::vector<std::string>& words) {
 
 // What is for another port isn't for this one.
 void GPSReceiver::_ObeyHemisphere(const std::vector<std::string>& words) {
-  if (words[0] + words[3] == "$JASC") _outputs[words[1]] = std::atoi(words[2].c_str());
+  if (words[0] == "$JASC" && words[3].empty()) _outputs[words[1]] = std::atoi(words[2].c_str());
   _Send("$>\r\n");
 }
 

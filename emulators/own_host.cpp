@@ -17,15 +17,13 @@ bool BecomeRoot() {
   const std::string user = std::to_string(geteuid()), group = std::to_string(getegid());
   if (seteuid(0) == 0) return true;
   if (unshare(CLONE_NEWUSER) != 0) return false;
-  bool mapped = true;
   for (const auto& [file, text] : {std::pair("setgroups", std::string("deny")),
                                    {"uid_map", "0 " + user + " 1"},
                                    {"gid_map", "0 " + group + " 1"}}) {
     std::ofstream map(std::string("/proc/self/") + file);
-    map << text << std::flush;
-    mapped = mapped && map;
+    if (!(map << text << std::flush)) return false;
   }
-  return mapped;
+  return true;
 }
 
 bool EnterOwnNetwork() {

@@ -33,7 +33,6 @@
 #include <iostream>
 #include <memory>
 #include <optional>
-#include <regex>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -183,19 +182,24 @@ class Child {
   }
   // What it has taken so far.
   void PrintUse() const {
-    // What stands in a file of proc(5) at the pattern's group; 0 where it doesn't.
-    const auto number = [&](const char* name, const char* pattern) {
-      std::ifstream file("/proc/" + std::to_string(_pid) + name);
-      const std::string text(std::istreambuf_iterator<char>(file), {});
-      std::smatch found;
-      std::regex_search(text, found, std::regex(pattern));
-      return std::atof(found.str(1).c_str());
+    const std::string process = "/proc/" + std::to_string(_pid);  // see proc(5)
+    const auto number = [&](const char* file, const char* key) {
+      std::ifstream in(process + file);
+      std::string word;
+      while (in >> word && word != key) continue;
+      double value = 0;
+      in >> value;
+      return value;
     };
-    const double ticks = number("/stat", R"(\) \S(?: \S+){10} (\d+))") + number("/stat", R"(\) \S(?: \S+){11} (\d+))");
+    std::ifstream stat(process + "/stat");
+    std::string word;
+    for (int before = 13; before > 0; --before) stat >> word;
+    double user = 0, system = 0;  // in ticks
+    stat >> user >> system;
     std::cout << "  use        " << std::fixed << std::setprecision(2)
-              << ticks / static_cast<double>(sysconf(_SC_CLK_TCK)) << " s of processor time, " << std::setprecision(0)
-              << number("/smaps_rollup", R"(\nPss: *(\d+))") << " kB, "
-              << number("/status", R"(\nvoluntary_ctxt_switches:\s*(\d+))") << " wake-ups" << std::endl;
+              << (user + system) / static_cast<double>(sysconf(_SC_CLK_TCK)) << " s of processor time, "
+              << std::setprecision(0) << number("/smaps_rollup", "Pss:") << " kB, "
+              << number("/status", "voluntary_ctxt_switches:") << " wake-ups" << std::endl;
   }
   // Returns its exit status.
   int End() {
@@ -235,8 +239,8 @@ class Reporter : private Head::Listener {
     constexpr size_t kShown = 12;
     std::vector<File> files;
     uintmax_t bytes = 0;
-    for (const fs::directory_entry& entry : fs::directory_iterator(_disk)) {
-      std::error_code gone;  // packed meanwhile
+    std::error_code gone;  // packed meanwhile
+    for (const fs::directory_entry& entry : fs::directory_iterator(_disk, gone)) {
       const File file = {entry.last_write_time(gone), entry.file_size(gone), entry.path().filename()};
       if (gone) continue;
       bytes += file.size;

@@ -8,6 +8,8 @@
 #include <filesystem>
 #include <fstream>
 
+#include "daqm/daqm.h"
+#include "emulators/daqmbus.h"
 #include "emulators/poll_runner.h"
 #include "emulators/push_button.h"
 #include "emulators/temp_directory.h"
@@ -17,6 +19,7 @@
 #include "station/disk.h"
 #include "station/hostlookup.h"
 #include "station/mishaps.h"
+#include "station/modules.h"
 #include "station/recordfiles.h"
 #include "station/stationclock.h"
 #include "tests/station/settable_time.h"
@@ -289,6 +292,45 @@ TEST(StationButton, IsNotListenedToWhenItHasGone) {
   PollFor(5'000);
   EXPECT_LT(output.Text().size(), 200U);
   EXPECT_FALSE(station.IsConnected());
+}
+
+TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
+  const TempDirectory dir;
+  ExpectInMountNamespace([&] {
+    MountGpio(13);
+    const VirtualTime time;
+    const CapturedOutput output;
+    DAQMBus bus({.interval = 10});
+    DAQM::port_to_dev.at(1).device = bus.Path();
+    const Settings settings;
+    Disk disk(dir.Path(), true);
+    StationModules modules(settings, disk, [] {});
+    ConfigMoorlog document;
+    document.cfg.daqm.port.set(1);
+    modules.Apply(document);
+    const auto growing = [&] {
+      std::map<std::string, size_t> before, after;
+      for (const std::string& name : dir.Names()) before[name.substr(name.rfind('-'))] += dir.Read(name).size();
+      PollFor(60'000);
+      for (const std::string& name : dir.Names()) after[name.substr(name.rfind('-'))] += dir.Read(name).size();
+      std::string kinds;
+      for (const auto& [kind, size] : after) kinds += size > before[kind] ? kind : "";
+      return kinds;
+    };
+    EXPECT_EQ(growing(), "-backup.txt-modules.txt");
+    modules.Live(true);
+    EXPECT_EQ(growing(), "-live.txt-modules.txt");
+    modules.Record(false);
+    EXPECT_EQ(growing(), "");
+    modules.Record(true);
+    disk.Eject();
+    modules.LookAtDisk();
+    EXPECT_EQ(growing(), "");
+    disk.Use();
+    modules.Live(false);
+    PollFor(2'000);  // the last row
+    EXPECT_EQ(growing(), "-modules.txt");
+  });
 }
 
 // Fixes without pulses, which come 400 ms late, and then the first pulse.
