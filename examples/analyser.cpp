@@ -152,13 +152,13 @@ class Demonstration {
   const std::string& Host() const { return _analyser.Host(); }
 
  private:
-  static constexpr int kPeriod = 2'000;  // milliseconds
+  static constexpr int kPeriod = 1'000;  // milliseconds
 
   void _TurnSomething() {
     _panel.AddTimeout(kPeriod);
     ++_turns;
     _analyser.Turn("<cfg><spinmirror><duration>" + std::to_string(30 + _turns % 10) + "</duration></spinmirror></cfg>");
-    if (_turns % 5 == 0) _analyser.Turn("<cmd><ch4zero>true</ch4zero></cmd>");
+    if (_turns % 5 == 1) _analyser.Turn("<cmd><ch4zero>true</ch4zero></cmd>");
   }
 
   Analyser _analyser;
