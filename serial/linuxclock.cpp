@@ -90,9 +90,15 @@ void LinuxClock::SetTime(Timestamp local) {
 void LinuxClock::_set_time(const timeval& time) {
   const SuperUser rights;
   if (settimeofday(&time, nullptr) != 0) throw ErrnoError("Unable to set system time");
+  SetHardwareTime(time.tv_sec);
+}
+
+void LinuxClock::SetHardwareTime(long seconds) const {
+  const SuperUser rights;
   const StreamFileBase device(OpenClock(_rtcDevice, O_RDWR));
+  const time_t moment = seconds;
   tm utc{};
-  const bool broken_down = gmtime_r(&time.tv_sec, &utc) != nullptr;
+  const bool broken_down = gmtime_r(&moment, &utc) != nullptr;
   const rtc_time hardware = {utc.tm_sec,  utc.tm_min,  utc.tm_hour, utc.tm_mday, utc.tm_mon,
                              utc.tm_year, utc.tm_wday, utc.tm_yday, utc.tm_isdst};
   if (broken_down && ioctl(device.Fileno(), RTC_SET_TIME, &hardware) == 0) return;

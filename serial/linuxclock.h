@@ -39,6 +39,8 @@ class LinuxClock {
   void SetTime(long seconds);
   void SetTime(long seconds, long nanoseconds);  // cut to microseconds
   void SetTime(Timestamp local);                 // cut to microseconds; daylight saving as the zone has it
+  // The hardware clock alone. ErrnoError where it can't be opened; one that refuses is told as above.
+  void SetHardwareTime(long seconds) const;
 
   // Of the hardware clock, in seconds. ErrnoError where it can't be opened or read, or holds no moment.
   time_t _read_hw_time() const;

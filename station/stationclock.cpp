@@ -63,19 +63,22 @@ void StationClock::_Sample(const TimeVal& clock, const TimeVal& truth) {
 }
 
 void StationClock::_KeepHardwareClock() {
-  if (PollTimer::Now() - _hardware_set >= kHour || _hardware_set == 0) _Step(0);
+  if (_hardware_set != 0 && PollTimer::Now() - _hardware_set < kHour) return;
+  _Set([&] {
+    _hardware_set = PollTimer::Now();
+    _clock.SetHardwareTime(Now().seconds);
+  });
 }
 
-// Setting the system's clock is what sets the hardware clock.
+// The hardware clock is set with the system's.
 void StationClock::_Step(double seconds) {
   _Set([&] {
     const TimeVal now = Now();
     const auto nanoseconds = static_cast<int64_t>(std::llround(-seconds * 1e9)) + now.nanoseconds;
     const int64_t carry = nanoseconds >= 0 ? nanoseconds / kSecond : -((kSecond - 1 - nanoseconds) / kSecond);
     _hardware_set = PollTimer::Now();
-    if (seconds != 0) ++_steps;
+    ++_steps;
     _clock.SetTime(static_cast<long>(now.seconds + carry), static_cast<long>(nanoseconds - carry * kSecond));
-    if (seconds == 0) return;
     std::cout << "The clock was off by " << seconds << " s and has been set" << std::endl;
   });
 }
