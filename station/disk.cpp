@@ -3,18 +3,19 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <utility>
 
-Disk::Disk(std::string path, bool board)
+Disk::Disk(std::string path, bool board, bool ejected)
     : PollItem(POLLPRI, false),
       _path(std::move(path)),
       _board(board),
       _mounts("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC) {
   Register();
-  _device = _MountedDevice();
-  _there = _device != 0;
+  _ejected = ejected;
+  _Look();
 }
 
 Disk::Listener* Disk::RegisterListener(Listener* listener) {
@@ -51,19 +52,26 @@ void Disk::HandleError() {
 }
 
 void Disk::_Look() {
-  const dev_t device = std::exchange(_device, _MountedDevice());
-  if (_device == 0) _ejected = false;
+  const _Mount before = std::exchange(_mount, _Mounted());
+  const bool none = _mount == _Mount{}, same = _mount == before;
+  if (none) _ejected = false;
   const bool was_there = _there;
-  _there = _device != 0 && !_ejected;
-  if (was_there && (!_there || _device != device) && _listener != nullptr) _listener->DiskWent();
-  if (_there && (!was_there || _device != device) && _listener != nullptr) _listener->DiskCame();
+  _there = !none && !_ejected;
+  if (was_there && (!_there || !same) && _listener != nullptr) _listener->DiskWent();
+  if (_there && (!was_there || !same) && _listener != nullptr) _listener->DiskCame();
 }
 
-// A mount point is on another device than the directory above it.
-dev_t Disk::_MountedDevice() const {
-  struct stat here {
+// Kernels before 5.8 don't tell the root of a mount from another directory: there a disk is on another device than the
+// directory above it.
+Disk::_Mount Disk::_Mounted() const {
+  struct statx here {
   }, above{};
-  if (stat(_path.c_str(), &here) != 0 || !S_ISDIR(here.st_mode)) return 0;
-  if (_board) return here.st_dev;
-  return stat((_path + "/..").c_str(), &above) == 0 && here.st_dev != above.st_dev ? here.st_dev : 0;
+  if (statx(AT_FDCWD, _path.c_str(), 0, STATX_TYPE | STATX_MNT_ID, &here) != 0 || !S_ISDIR(here.stx_mode)) return {};
+  const auto device = [](const struct statx& of) { return makedev(of.stx_dev_major, of.stx_dev_minor); };
+  const bool is_root =
+      (here.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) != 0
+          ? (here.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0
+          : statx(AT_FDCWD, (_path + "/..").c_str(), 0, STATX_TYPE, &above) == 0 && device(here) != device(above);
+  if (!is_root && !_board) return {};
+  return {(here.stx_mask & STATX_MNT_ID) != 0 ? here.stx_mnt_id : 0, device(here)};
 }

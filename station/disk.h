@@ -1,7 +1,8 @@
 // The disk that the data goes to: is it there, and of which device?
 //
-// It is where `path` says when something is mounted there; with `board` a directory of that name will do. The kernel
-// tells of each change of the mounts (/proc/self/mountinfo, proc(5)), so nothing is asked in between.
+// It is where `path` says when something is mounted there, be it a directory of a disk that is mounted elsewhere as
+// well; with `board` a directory of that name will do. The kernel tells of each change of the mounts
+// (/proc/self/mountinfo, proc(5)), so nothing is asked in between; but whoever opens a file there asks IsStillThere.
 //
 // Eject, for somebody who is about to take the disk away: it counts as gone until it has really been away, or until
 // Use. Unmounting is the system's business.
@@ -28,18 +29,21 @@ class Disk : public PollItem {
     virtual void DiskWent() {}  // writing to its path would fill the board's own disk
   };
 
-  // Throws ErrnoError where the kernel doesn't tell. Nobody is told of what is there at the beginning.
-  Disk(std::string path, bool board);
+  // `ejected`: what is there at the beginning. Nobody is told of that. Throws ErrnoError where the kernel doesn't tell.
+  Disk(std::string path, bool board, bool ejected = false);
 
   // Not owned, may be null; returns the one it replaces.
   Listener* RegisterListener(Listener* listener);
 
   const std::string& Path() const { return _path; }
   bool IsThere() const { return _there; }
+  // Asks the system: between a change of the mounts and its event a new file would land on the board's own disk.
+  bool IsStillThere() const { return _there && _Mounted() == _mount; }
   uint64_t Available() const;  // bytes, for everybody; 0 while it isn't there
   int Used() const;            // percent, cut to whole ones; likewise
 
   void Eject();
+  bool IsEjected() const { return _ejected; }
   void Use();  // again
 
   int Fileno() const override { return _mounts.Fileno(); }
@@ -48,13 +52,19 @@ class Disk : public PollItem {
 
  private:
   void _Look();
-  dev_t _MountedDevice() const;
+  // Which mount it is, and of which device; zeros: none.
+  struct _Mount {
+    uint64_t id;
+    dev_t device;
+    bool operator==(const _Mount&) const = default;
+  };
+  _Mount _Mounted() const;
 
   const std::string _path;
   const bool _board;
   StreamFile _mounts;
   Listener* _listener = nullptr;
-  dev_t _device = 0;  // that is mounted there; 0: none
+  _Mount _mount{};  // what was there at the last look
   bool _there = false;
   bool _ejected = false;
 };

@@ -52,7 +52,9 @@ class StationModules : public Instrument, private DAQM::Listener {
   void _Connect();
   void _EndFiles();
   // On a disk without room a row would be cut.
-  bool _MayWrite() const { return _settings.modules.record && _wanted && _disk.Available() >= kRoom; }
+  bool _MayWrite() const {
+    return _settings.modules.record && _wanted && _disk.IsStillThere() && _disk.Available() >= kRoom;
+  }
 
   void GotDAQMConnected(unsigned port) override;
   void GotDAQMSerial(std::string /*id*/, std::string /*serial*/) override {}

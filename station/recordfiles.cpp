@@ -43,8 +43,8 @@ void CutBehindLastLine(const std::string& path) {
 
 }  // namespace
 
-RecordFiles::RecordFiles(const Disk& disk, std::string name, int split)
-    : _disk(disk), _name(std::move(name)), _split(split) {
+RecordFiles::RecordFiles(const Disk& disk, std::string name, int split, std::string family)
+    : _disk(disk), _name(std::move(name)), _split(split), _family(std::move(family)) {
   _logger.SetHostname(_name);
   _SetTime();
   LookAtDisk();
@@ -60,12 +60,13 @@ void RecordFiles::Write(const std::string& line) {
   if (_stopped) return;
   _SetTime();
   _FollowDisk();
-  if (!_there) {
+  const bool opens = _file.empty() || _logger.IsSplitDue();
+  if (!_there || (opens && !_disk.IsStillThere())) {
     ++_lost;
     return;
   }
   std::string ended;
-  if (_file.empty() || _logger.IsSplitDue()) {
+  if (opens) {
     ended = _file;
     _NameNextFile();
   }
@@ -142,15 +143,17 @@ void RecordFiles::_NameNextFile() {
   }
 }
 
-// Not the one that is open.
+// But for the one that is open.
 void RecordFiles::_FinishLeftovers() {
   namespace fs = std::filesystem;
+  constexpr size_t kEnding = std::string_view("-2024-05-01T123000.txt.part").size();
   std::error_code error;  // the disk may go at any moment
   std::vector<fs::path> parts;
   for (fs::directory_iterator entry(_disk.Path(), error), end; entry != end; entry.increment(error)) {
     const std::string name = entry->path().filename();
-    if (name.starts_with(_name + '-') && name.ends_with(".txt.part") && entry->path() != _file)
-      parts.push_back(entry->path());
+    if (name.size() <= kEnding || !name.ends_with(".txt.part") || entry->path() == _file) continue;
+    const std::string_view whose(name.data(), name.size() - kEnding);
+    if (_family.empty() ? whose == _name : whose.ends_with(_family)) parts.push_back(entry->path());
   }
   _left = false;
   for (const fs::path& part : parts) {

@@ -3,8 +3,8 @@
 //
 // Nothing is written while the disk isn't there: lines are counted as lost then, and never land on the board's own
 // disk. What a kill or a power cut has left under its working name is finished when the disk is found: renamed, so that
-// it is packed off or reclaimed like others. It, and a file that a write has failed in, is cut behind its last whole
-// line, and deleted where there is none.
+// it is packed off or reclaimed like others, also where the station had another name then. It, and a file that a write
+// has failed in, is cut behind its last whole line, and deleted where there is none.
 //
 // Names and heads of files, and the moments when they end, go by the system's clock in UTC. Where that goes back, the
 // file ends, so that times in one file only go on; and no file gets the name of another one that is there: it is called
@@ -23,8 +23,10 @@
 
 class RecordFiles {
  public:
-  // `name`: of the station and the family. `split`: seconds. The disk isn't owned and outlives this.
-  RecordFiles(const Disk& disk, std::string name, int split);
+  // `name`: of the station and the family. `split`: seconds. `family`: what names end in, "-sonic"; leftovers of it are
+  // finished whatever the station was called, without it those of this very name. The disk isn't owned and outlives
+  // this.
+  RecordFiles(const Disk& disk, std::string name, int split, std::string family = "");
 
   // The names of the columns, as a line; another one than the last goes into the open file at once.
   void SetHeader(const std::string& line);
@@ -58,6 +60,7 @@ class RecordFiles {
   const Disk& _disk;
   const std::string _name;
   const int _split;  // seconds
+  const std::string _family;
   Logger _logger{"", "UTC", false};
   std::string _header;
   std::string _file;

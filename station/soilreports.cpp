@@ -16,7 +16,7 @@ void SoilReports::Add(long moment, std::string text) {
 }
 
 void SoilReports::Write() {
-  for (; _disk.IsThere() && !_waiting.empty(); _waiting.pop_front()) {
+  for (; _disk.IsStillThere() && !_waiting.empty(); _waiting.pop_front()) {
     const std::string path = _PathOf(_waiting.front());
     try {
       ReplaceFile(path, _waiting.front().text);

@@ -183,11 +183,16 @@ TEST(Disk, FollowsWhatIsMountedThere) {
 
 TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
   const TempDirectory dir;
+    mount(dir.Path().c_str(), dir.Path().c_str(), nullptr, MS_BIND, nullptr);
+    EXPECT_EQ(told(), "came ");
+    umount(dir.Path().c_str());
+    EXPECT_TRUE(disk.IsThere() && !disk.IsStillThere());
+    EXPECT_EQ(told(), "went ");
   VirtualTime time;
   dir.Write("x-2024-02-01T000000.txt.part", "a\nb");
   dir.Write("x-2024-02-01T000000.txt", "b\n");
   dir.Write("x-2024-02-02T000000.txt.part", "");
-  dir.Write("other-2024-02-02T000000.txt.part", "");
+  dir.Write("other-2024-02-02T000000.txt.part", "c\n");
   const CapturedOutput output;
   Disk disk(dir.Path(), true);
   {
@@ -244,6 +249,8 @@ TEST(RecordFiles, AFullDiskTakesWholeLinesAndARefusingOneNone) {
     for (const bool refuses : {true, false}) {
       mount(nullptr, dir.Path().c_str(), nullptr, MS_REMOUNT | (refuses ? MS_RDONLY : 0), nullptr);
       files.LookAtDisk();
+  const RecordFiles renamed(disk, "x-other", 3'600, "other");
+  EXPECT_TRUE(dir.Names().contains("other-2024-02-02T000000.txt"));
       files.Write(line);
     }
     EXPECT_EQ(files.Lost(), lost + 1);
@@ -273,6 +280,10 @@ TEST(StationClock, IsSteppedOnceAndThenKept) {
       clock.GotFix(TimeVal(second, 100'000'000));
       time.Advance(200);
     }
+    files.Finish();
+    umount(dir.Path().c_str());
+    files.Write(line);  // before anybody is told
+    EXPECT_TRUE(dir.Names().empty());
     EXPECT_EQ(board.steps, watch ? 0 : 1);
     EXPECT_NEAR(board.ahead, watch ? 5.024 : 0, 1e-4);
     EXPECT_NEAR(clock.Offset().value_or(9), board.ahead, 1e-4);
