@@ -36,9 +36,9 @@ int64_t DiskSize(const std::string& path) {
   return size;
 }
 
-Files Collect(const std::string& path, int64_t& total_size) {
+Files Collect(const std::string& path, int64_t& total_size, const std::atomic<bool>& abandoned) {
   Files files;
-  for (DirectoryIterator entry(path), end; entry != end; ++entry) {
+  for (DirectoryIterator entry(path), end; entry != end && !abandoned; ++entry) {
     const FileInformationRecord info = FileInformation(*entry);
     if (!IsCounted(info.mode)) continue;
     const auto size = static_cast<int64_t>(info.size);
@@ -62,8 +62,10 @@ bool EndsIn(const std::string& path, const std::string& ending) {
 }
 
 // Stops behind the file that makes `reclaim_bytes` full; one is deleted even if they are 0.
-void DeleteOldest(const Files& files, const std::string& except, int64_t reclaim_bytes, bool verbose) {
+void DeleteOldest(const Files& files, const std::string& except, int64_t reclaim_bytes, bool verbose,
+                  const std::atomic<bool>& abandoned) {
   for (const auto& [time, file] : files) {
+    if (abandoned) return;
     const auto& [path, size] = file;
     if (!except.empty() && EndsIn(path, except)) continue;
     if (verbose) PrintLine("DELETE " + path);
@@ -73,11 +75,11 @@ void DeleteOldest(const Files& files, const std::string& except, int64_t reclaim
   }
 }
 
-void Serve(const Reclaimer::q_item& request, bool verbose) {
-  if (!IsDirectory(request.path)) return;
+void Serve(const Reclaimer::q_item& request, bool verbose, const std::atomic<bool>& abandoned) {
+  if (abandoned || !IsDirectory(request.path)) return;
   const int64_t disk_size = DiskSize(request.path);
   int64_t total_size = 0;
-  const Files files = Collect(request.path, total_size);
+  const Files files = Collect(request.path, total_size, abandoned);
   const auto disk_percent = static_cast<int32_t>(Product(total_size, 100) / disk_size);
   if (verbose) PrintSums(files, total_size, disk_size, disk_percent);
   if (disk_percent <= request.percent) return;
@@ -89,7 +91,7 @@ void Serve(const Reclaimer::q_item& request, bool verbose) {
     PrintLine("reclaim_percent=" + std::to_string(reclaim_percent));
     PrintLine("  reclaim_bytes=" + std::to_string(reclaim_bytes));
   }
-  DeleteOldest(files, request.except, reclaim_bytes, verbose);
+  DeleteOldest(files, request.except, reclaim_bytes, verbose, abandoned);
 }
 
 }  // namespace
@@ -118,7 +120,7 @@ void Reclaimer::Quit() {
 void Reclaimer::_reclaim(Reclaimer* reclaimer) {
   ServeQueue(reclaimer->_queue, [reclaimer](const q_item& request) {
     try {
-      Serve(request, reclaimer->_verbose);
+      Serve(request, reclaimer->_verbose, reclaimer->_abandoned);
     } catch (const std::exception& error) {
       PrintLine("ERROR: Unable to reclaim files from " + request.path + ": " + error.what());
     }

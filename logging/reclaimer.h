@@ -8,8 +8,8 @@
 // Nothing here asks by itself: the owner decides when, and with which share. Requests are served one after the other
 // and nothing is kept between them. A request holds one record for each file in the directory while it is served.
 //
-// Threads: any thread may call Reclaim. A file that a writer still has open is deleted like any other: spare it by its
-// ending, ".part" for the files of Logger.
+// Threads: any thread may call Reclaim and Abandon. A file that a writer still has open is deleted like any other:
+// spare it by its ending, ".part" for the files of Logger.
 //
 // Errors: what goes wrong within a request ends it, with an "ERROR: Unable to reclaim files from " line on standard
 // output; what was deleted before stays deleted, and the next request is served. A path that is no directory is
@@ -17,6 +17,7 @@
 
 #pragma once
 
+#include <atomic>
 #include <boost/thread/sync_queue.hpp>
 #include <cstdint>
 #include <string>
@@ -44,6 +45,10 @@ class Reclaimer {
   void Reclaim(const std::string& path, int percent);
   void Reclaim(const std::string& path, int percent, const std::string& except);
 
+  // From now on what is queued is passed over, and what is being served ends behind the file it is at: for an owner who
+  // has to end soon. There is no way back.
+  void Abandon() { _abandoned = true; }
+
   // Serves what is queued, then ends the thread; there is no restart. A second call throws std::system_error.
   void Quit();
 
@@ -53,4 +58,5 @@ class Reclaimer {
   boost::sync_queue<q_item> _queue;
   std::thread _thread;
   const bool _verbose;
+  std::atomic<bool> _abandoned = false;
 };

@@ -38,6 +38,11 @@ TEST(Reclaimer, AnErrorEndsOnlyItsRequestAndQuitIsForGood) {
     MountEmpty(path);
     place.Write("a", std::string(200'000, 'x'));
     ASSERT_EQ(0, mount("none", path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
+    {
+      Reclaimer abandoned(false);
+      abandoned.Abandon();
+      abandoned.Reclaim(path, 0);
+    }
     Reclaimer reclaimer(false);
     for (const std::string& each : {path + "/a", path, std::string("/proc/self/fdinfo")}) reclaimer.Reclaim(each, 0);
     reclaimer.Quit();
