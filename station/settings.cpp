@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
 #include <istream>
@@ -41,19 +42,9 @@ CLI::Validator Optional(std::string (*check)(const std::string&)) {
   return {[check](std::string& text) { return text.empty() ? "" : check(text); }, ""};
 }
 
-// Where each key of a TOML file stands, as "gps.device". What is wrong with the form is CLI11's to say.
-std::map<std::string, int> LinesOfKeys(const std::string& text) {
-  std::map<std::string, int> lines;
-  std::istringstream in(text);
-  std::string line, section;
-  for (int number = 1; std::getline(in, line); ++number) {
-    line = CLI::detail::trim_copy(line);
-    if (line.starts_with('[') && line.find(']') != std::string::npos)
-      section = CLI::detail::trim_copy(line.substr(1, line.find(']') - 1)) + '.';
-    else if (!line.empty() && !line.starts_with('#'))
-      lines[section + CLI::detail::trim_copy(line.substr(0, line.find('=')))] = number;
-  }
-  return lines;
+// Without a comment, and without blanks around.
+std::string Bare(const std::string& line) {
+  return CLI::detail::trim_copy(line.substr(0, line.find('#')));
 }
 
 class Reader {
@@ -137,6 +128,12 @@ class Reader {
 
   std::string _Path() const { return _file.empty() ? kDefaultFile : _file; }
 
+  bool _IsSection(const std::string& begin) const {
+    const auto options = _app.get_options();
+    return std::any_of(options.begin(), options.end(),
+                       [&](const CLI::Option* option) { return option->get_name().starts_with("--" + begin); });
+  }
+
   // What stands in the file.
   [[noreturn]] void _Fail(const std::string& key, const std::string& what) const {
     const auto line = _lines.find(key);
@@ -150,6 +147,32 @@ class Reader {
     throw SettingsError(what);
   }
 
+  // Where each key stands, as "gps.device", and each section, as "gps."; what else is wrong with the form is CLI11's to
+  // say. It would take any line for an array's that begins above and doesn't end: it is given each array on one line.
+  std::string _Scan(const std::string& text) {
+    std::istringstream in(text);
+    std::string scanned, line, section;
+    for (int number = 1; std::getline(in, line); ++number) {
+      line = Bare(line);
+      const size_t equals = line.find('=');
+      if (line.starts_with('[') && line.ends_with(']')) {
+        section = CLI::detail::trim_copy(line.substr(1, line.size() - 2)) + '.';
+        _lines[section] = number;
+        if (!_IsSection(section))
+          _Fail(section, "there is no section '" + section.substr(0, section.size() - 1) + '\'');
+      } else if (!line.empty()) {
+        const std::string key = section + CLI::detail::trim_copy(line.substr(0, equals));
+        _lines[key] = number;
+        const bool array = equals != std::string::npos && Bare(line.substr(equals + 1)).starts_with('[');
+        for (std::string more; array && !line.ends_with(']'); ++number, line += Bare(more))
+          if (!std::getline(in, more) || Bare(more).starts_with('[') || more.find('=') != std::string::npos)
+            _Fail(key, key + ": the array doesn't end");
+      }
+      scanned += line + '\n';
+    }
+    return scanned;
+  }
+
   // What the command line has set stays.
   void _ReadFile() {
     std::ifstream file(_Path());
@@ -157,9 +180,7 @@ class Reader {
       if (_file.empty()) return;  // none is asked for, and none is there
       throw SettingsError(_Path() + ": can't be read");
     }
-    const std::string text(std::istreambuf_iterator<char>(file), {});
-    _lines = LinesOfKeys(text);
-    std::istringstream in(text);
+    std::istringstream in(_Scan(std::string(std::istreambuf_iterator<char>(file), {})));
     std::vector<CLI::ConfigItem> items;
     try {
       items = CLI::ConfigTOML().from_config(in);

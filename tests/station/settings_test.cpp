@@ -19,7 +19,7 @@ TEST(Settings, AreTakenFromTheFileAndThenFromTheCommandLine) {
   const std::string file = dir / "station.toml";
   dir.Write("station.toml",
             "name = \"bog-1\"  # a comment\n\n[disk]\nsplit = 010\nboard = true\n[analyser]\nrecord = \"some\"\n"
-            "columns = [\"CH4\", \"TEMP\"]\n[gps]\nrecord = false\n");
+            "columns = [\"CH4\",  # [1]\n\"TEMP\"]\n[gps]\nrecord = false\n");
   const Settings settings = Read({"--config", file.c_str(), "--name", "bog-2"});
   EXPECT_EQ(settings.name, "bog-2");
   EXPECT_EQ(settings.disk.split, 10);
@@ -45,6 +45,9 @@ TEST(Settings, NameTheLineOfWhatCantBeTaken) {
   const std::pair<const char*, const char*> rows[] = {
       {"\nfoo = 1", "2: there is no key 'foo'"},
       {"[gps]\nfoo = 2", "2: there is no key 'gps.foo'"},
+      {"\n[typo]\n[gps]", "2: there is no section 'typo'"},
+      {"[analyser]\ncolumns = [\"A\",  # [1]\n\"B\"\n[gps]", "2: analyser.columns: the array doesn't end"},
+      {"[analyser]\ncolumns = [\nrecord = \"some\"]", "2: analyser.columns: the array doesn't end"},
       {"config = \"x\"", "1: there is no key 'config'"},
       {"check = true", "1: there is no key 'check'"},
       {"help = true", "1: there is no key 'help'"},
