@@ -6,7 +6,17 @@
 
 #include "runtime/runprogram.h"
 #include "runtime/superuser.h"
+#include "serial/ptpcontrol.h"
 #include "station/rights.h"
+
+namespace {
+
+void RunAsRoot(const std::string& command) {
+  const SuperUser rights;
+  if (RunProgram(command) != 0) throw std::runtime_error("the system refuses");
+}
+
+}  // namespace
 
 std::vector<std::string> Board::Start(const ConfigMoorlog& document) {
   const ConfigCfgClockPTP& ptp = document.cfg.clock.ptp;
@@ -24,9 +34,8 @@ std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
   if (network.name.has_changed()) {
     _Try(network.name, [&] {
       // hostnamed keeps it across a restart, and needs no right of ours to administer the system.
-      const SuperUser rights;
-      if (RunProgram("/usr/bin/hostnamectl set-hostname -- \"" + network.name.get() + '"') != 0)
-        throw std::runtime_error("the system refuses the name");
+      const std::string command = "/usr/bin/hostnamectl set-hostname -- \"" + network.name.get() + '"';
+      _errands.Do(network.name.get_name(), [command] { RunAsRoot(command); });
     });
   }
   for (const Configurable* item : std::initializer_list<const Configurable*>{
@@ -52,8 +61,12 @@ void Board::_Try(const Configurable& item, Deed deed) {
 // preferred.
 void Board::_StartPTP(int choice) {
   constexpr int kPreferred = 2;
-  if (choice == kPreferred)
-    _ptp.StartGPS();
-  else
-    _ptp.StartSlave();
+  _errands.Do("ptp", [choice] {
+    PTPControl ptp;
+    choice == kPreferred ? ptp.StartGPS() : ptp.StartSlave();
+  });
+}
+
+void Board::Reboot() {
+  _errands.Do("reboot", [] { RunAsRoot("/usr/bin/systemctl reboot"); });
 }

@@ -2,7 +2,8 @@
 // protocol, its name.
 //
 // What this program doesn't change on a board (its addresses, which are the system's network manager's, and what
-// nothing here reads) is answered with an error. So is what the system refuses; the rest is done all the same.
+// nothing here reads) is answered with an error. So is what the system refuses; the rest is done all the same. What
+// other programs do for it (name, time protocol, reboot) goes on behind the answer, and a failure of theirs is told.
 //
 // Thread: the poll loop's.
 
@@ -13,7 +14,7 @@
 
 #include "config/docmoorlog.h"
 #include "serial/linuxclock.h"
-#include "serial/ptpcontrol.h"
+#include "station/errands.h"
 
 class Board {
  public:
@@ -26,12 +27,15 @@ class Board {
   // Looks at the marks of change, and returns what went wrong.
   std::vector<std::string> Apply(const ConfigMoorlog& document);
 
+  // Throws std::runtime_error without the right to.
+  void Reboot();
+
  private:
   template <class Deed>
   void _Try(const Configurable& item, Deed deed);
   void _StartPTP(int choice);
 
   LinuxClock& _clock;
-  PTPControl _ptp;
+  Errands _errands;
   std::vector<std::string> _errors;
 };

@@ -18,6 +18,7 @@
 #include "station/button.h"
 #include "station/controlport.h"
 #include "station/disk.h"
+#include "station/errands.h"
 #include "station/hostlookup.h"
 #include "station/mishaps.h"
 #include "station/modules.h"
@@ -143,6 +144,29 @@ TEST(HostLookup, GivesTheAddressOfTheHostThatIsAskedLast) {
 }
 
 TEST(Disk, FollowsWhatIsMountedThere) {
+TEST(Errands, AreDoneOneAfterTheOtherAndTheirFailuresTold) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const TempDirectory dir;
+  const CapturedOutput output;
+  Errands errands;
+  errands.Do("a", [&] { dir.Write("a", ""); });
+  errands.Do("b", [&] { throw std::runtime_error(dir.Names().contains("a") ? "no" : "too early"); });
+  errands.Do("c", [] { raise(SIGKILL); });
+  const char* const told = "ERROR: b: no\nERROR: c: it was cut short\n";
+  EXPECT_TRUE(PollUntil([&] { return output.Text() == told; }, 60'000)) << output.Text();
+}
+
+TEST(Instruments, OneThatFailsKeepsNothingFromOthers) {
+  const CapturedOutput output;
+  std::vector<InstrumentRow> table;
+  for (const char* name : {"a", "b"})
+    table.push_back({name, 0,
+                     std::make_unique<StationButton>(
+                         Settings{}, [] {}, [] {})});
+  ForEach(table, [](Instrument&) { throw std::logic_error("no"); });
+  EXPECT_EQ(output.Text(), "ERROR: a: no\nERROR: b: no\n");
+}
+
   const TempDirectory dir;
   ExpectInMountNamespace([&] {
     struct : Disk::Listener {
