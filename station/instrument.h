@@ -5,6 +5,11 @@
 
 #pragma once
 
+#include <exception>
+#include <iostream>
+#include <memory>
+#include <vector>
+
 #include "config/docmoorlog.h"
 #include "station/recordfiles.h"
 #include "station/tally.h"
@@ -40,3 +45,20 @@ class Instrument {
  protected:
   Tally _records;
 };
+
+// A row of the table.
+struct InstrumentRow {
+  const char* name;
+  int silent;  // that it counts as after so many seconds without a record; 0: never
+  std::unique_ptr<Instrument> instrument;
+};
+
+// What one of them throws all the same is told, and keeps nothing from those behind it.
+template <class Deed>
+void ForEach(const std::vector<InstrumentRow>& table, Deed deed) {
+  for (const InstrumentRow& row : table) try {
+      deed(*row.instrument);
+    } catch (const std::exception& error) {
+      std::cout << "ERROR: " << row.name << ": " << error.what() << std::endl;
+    }
+}

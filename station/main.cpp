@@ -97,7 +97,7 @@ class Service {
 
  private:
   void _Start(const Settings& settings) {
-    _station = std::make_unique<Station>(settings);
+    _station = std::make_unique<Station>(settings, ZonePlaces{}, _orders);
     const std::string port = "control port " + std::to_string(_station->ControlPort());
     std::cout << "moorlog-station " << MOORLOG_VERSION << ": " << port << std::endl;
     _watchdog.Ready(port);
@@ -116,6 +116,7 @@ class Service {
       keep(error);
       return _watchdog.Ready("settings that can't be taken");
     }
+    _orders = _station->Orders();
     _station.reset();
     try {
       _Start(fresh);
@@ -129,6 +130,7 @@ class Service {
   const int _argc;
   char** const _argv;
   Settings _settings;
+  StationOrders _orders;  // that outlive settings
   Noted _reload{SIGHUP};
   Watchdog _watchdog;
   Mishaps _mishaps;

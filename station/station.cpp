@@ -10,8 +10,10 @@
 #include <utility>
 
 #include "runtime/filesystem.h"
-#include "runtime/runprogram.h"
-#include "runtime/superuser.h"
+#include "station/analyser.h"
+#include "station/campbell.h"
+#include "station/soilchamber.h"
+#include "station/sonic.h"
 
 namespace {
 
@@ -38,34 +40,37 @@ Json::Int64 Memory() {
 
 }  // namespace
 
-Station::Station(Settings settings, const ZonePlaces& places)
+template <class Kind, class... Parts>
+Kind& Station::_Add(const char* name, int silent, Parts&&... parts) {
+  auto made = std::make_unique<Kind>(std::forward<Parts>(parts)...);
+  Kind& instrument = *made;
+  _table.push_back({name, silent, std::move(made)});
+  return instrument;
+}
+
+Station::Station(Settings settings, const ZonePlaces& places, const StationOrders& orders)
     : PollTimer(kSecond, true),
       _settings(std::move(settings)),
       _linux_clock(places.tree, places.link, places.file, _settings.clock.rtc),
       _zones(Joined(_linux_clock.Zones())),
       _clock(_linux_clock, _settings.clock.mode == "watch", {_settings.clock.proportional, _settings.clock.integral}),
       _board(_linux_clock),
-      _disk(_settings.disk.path, _settings.disk.board),
+      _disk(_settings.disk.path, _settings.disk.board, orders.ejected == _settings.disk.path),
       _reclaimer(_settings.verbose),
       _file(Checked(_settings.state) + "/moorlog.xml"),
-      _analyser(_settings, _disk),
-      _sonic(_settings, _disk),
-      _gps(_settings, _disk, _clock, [this](const TimeVal& time) { _modules.GotFix(time.seconds); }),
-      _soil(_settings, _disk),
-      _modules(_settings, _disk, [this] { _FinishFiles(); }),
-      _campbell(_settings, _disk, _linux_clock, _gps),
-      _button(
-          _settings, [this] { _Record(!_recording); }, [this] { _disk.Eject(); }),
-      _table({{"analyser", &_analyser, 10},
-              {"sonic", &_sonic, 10},
-              {"gps", &_gps, 10},
-              {"soil", &_soil, 90'000},
-              {"modules", &_modules, 60},
-              {"campbell", &_campbell, 30},
-              {"button", &_button, 0}}),
+      _gps(_Add<StationGPS>("gps", 10, _settings, _disk, _clock,
+                            [this](const TimeVal& time) { _modules.GotFix(time.seconds); })),
+      _modules(_Add<StationModules>("modules", 60, _settings, _disk, [this] { _FinishFiles(); })),
+      _button(_Add<StationButton>(
+          "button", 0, _settings, [this] { _Record(!_recording); }, [this] { _disk.Eject(); })),
       _control(_settings.control.port, _settings.control.interface,
                [this](const std::string& request) { return Answer(request); }),
       _started(PollTimer::Now()) {
+  _Add<StationAnalyser>("analyser", 10, _settings, _disk);
+  _Add<StationSonic>("sonic", 10, _settings, _disk);
+  _Add<StationSoil>("soil", 90'000, _settings, _disk);
+  _Add<StationCampbell>("campbell", 30, _settings, _disk, _linux_clock, _gps);
+
   _OfferZones();
   _file.Load(_document);
   _OfferZones();
@@ -76,8 +81,14 @@ Station::Station(Settings settings, const ZonePlaces& places)
 
   _disk.RegisterListener(this);
   _ApplyToInstruments();
-  for (const _Row& row : _table) row.instrument->Look();
+  ForEach(_table, [](Instrument& each) { each.Look(); });
+  if (!orders.recording) _Record(false);
   _EachMinute();
+}
+
+// The end is to come soon, however many files the disk has.
+Station::~Station() noexcept(false) {
+  _reclaimer.Abandon();
 }
 
 std::string Station::Answer(const std::string& request) {
@@ -143,47 +154,44 @@ void Station::_Obey(const ConfigCmdMoorlog& commands) {
   if (commands.ejectusb.get()) _disk.Eject();
   if (commands.startdaqmlivemeasure.get()) _modules.Live(true);
   if (commands.stopdaqmlivemeasure.get()) _modules.Live(false);
-  if (commands.reboot.get()) {
-    const SuperUser rights;
-    RunProgramAsDaemon("/usr/bin/systemctl reboot");
-  }
+  if (commands.reboot.get()) _board.Reboot();
 }
 
 void Station::_ApplyToInstruments() {
-  for (const _Row& row : _table) row.instrument->Apply(_document.moorlog);
+  ForEach(_table, [this](Instrument& each) { each.Apply(_document.moorlog); });
 }
 
 void Station::_Record(bool on) {
   _recording = on;
-  for (const _Row& row : _table) row.instrument->Record(on);
+  ForEach(_table, [on](Instrument& each) { each.Record(on); });
 }
 
 void Station::_FinishFiles() {
-  for (const _Row& row : _table)
-    if (row.instrument->Files() != nullptr) row.instrument->Files()->Finish();
+  ForEach(_table, [](Instrument& each) {
+    if (each.Files() != nullptr) each.Files()->Finish();
+  });
 }
 
 void Station::DiskCame() {
   std::cout << "The disk is there: " << _disk.Path() << std::endl;
-  for (const _Row& row : _table) row.instrument->LookAtDisk();
+  ForEach(_table, [](Instrument& each) { each.LookAtDisk(); });
 }
 
 void Station::DiskWent() {
   std::cout << "The disk has gone: " << _disk.Path() << std::endl;
-  for (const _Row& row : _table) row.instrument->LookAtDisk();
+  ForEach(_table, [](Instrument& each) { each.LookAtDisk(); });
 }
 
 void Station::HandleTimeout() {
   AddTimeout(kSecond);
   _second = (_second + 1) % 60;
   _button.Show(_Light());
-  if (_second % (Instrument::kLook / kSecond) == 0)
-    for (const _Row& row : _table) row.instrument->Look();
+  if (_second % (Instrument::kLook / kSecond) == 0) ForEach(_table, [](Instrument& each) { each.Look(); });
   if (_second == 0) _EachMinute();
 }
 
 void Station::_EachMinute() {
-  for (const _Row& row : _table) row.instrument->LookAtDisk();
+  ForEach(_table, [](Instrument& each) { each.LookAtDisk(); });
   // Files take no more than what is used: while that is little there is no need to look at each of them.
   if (_disk.IsThere() && _disk.Used() >= _settings.disk.percent)
     _reclaimer.Reclaim(_disk.Path(), _settings.disk.percent, ".part");
@@ -191,7 +199,7 @@ void Station::_EachMinute() {
 
 StationButton::Light Station::_Light() {
   int64_t lost = 0;
-  for (const _Row& row : _table)
+  for (const InstrumentRow& row : _table)
     if (row.instrument->Files() != nullptr) lost += row.instrument->Files()->Lost();
   const bool is_losing = std::exchange(_lost, lost) != lost;
   if (!_recording) return StationButton::Off;
@@ -200,7 +208,7 @@ StationButton::Light Station::_Light() {
 
 std::string Station::Status() const {
   Json::Value status;
-  for (const _Row& row : _table) {
+  for (const InstrumentRow& row : _table) {
     const Tally& records = row.instrument->Records();
     Json::Value& line = status["instruments"][row.name];
     line["connected"] = row.instrument->IsConnected();

@@ -20,18 +20,15 @@
 #include "config/docmoorlog.h"
 #include "logging/reclaimer.h"
 #include "serial/linuxclock.h"
-#include "station/analyser.h"
 #include "station/board.h"
 #include "station/button.h"
-#include "station/campbell.h"
 #include "station/controlport.h"
 #include "station/disk.h"
 #include "station/documentfile.h"
 #include "station/gps.h"
+#include "station/instrument.h"
 #include "station/modules.h"
 #include "station/settings.h"
-#include "station/soilchamber.h"
-#include "station/sonic.h"
 #include "station/stationclock.h"
 
 // Where the system keeps its zones: elsewhere in tests.
@@ -39,25 +36,29 @@ struct ZonePlaces {
   std::string tree = "/usr/share/zoneinfo", link = "/etc/localtime", file = "/etc/timezone";
 };
 
+// What a station has been told and no file keeps, for the one that takes its place.
+struct StationOrders {
+  bool recording = true;
+  std::string ejected;  // the path of the disk; empty: it isn't
+};
+
 class Station : private Disk::Listener, private PollTimer {
  public:
   // Throws what can't be had and has no way around it: the control port, the zones, the state directory.
-  explicit Station(Settings settings, const ZonePlaces& places = {});
-  ~Station() noexcept(false) override = default;
+  explicit Station(Settings settings, const ZonePlaces& places = {}, const StationOrders& orders = {});
+  ~Station() noexcept(false) override;
 
   int ControlPort() const { return _control.Port(); }
 
   // To one line of the control port: "status" is answered by a line of JSON; anything else is taken for a document.
   std::string Answer(const std::string& request);
   std::string Status() const;
+  StationOrders Orders() const { return {_recording, _disk.IsEjected() ? _disk.Path() : ""}; }
 
  private:
-  // A row of the table: what it is called, and after how many seconds without a record it counts as silent.
-  struct _Row {
-    const char* name;
-    Instrument* instrument;
-    int silent;
-  };
+  // Makes the instrument of a row.
+  template <class Kind, class... Parts>
+  Kind& _Add(const char* name, int silent, Parts&&... parts);
 
   std::string _Configure(const std::string& text);
   bool _OfferZones();
@@ -83,14 +84,10 @@ class Station : private Disk::Listener, private PollTimer {
   DocumentFile _file;
   DocMoorlog _document;
 
-  StationAnalyser _analyser;
-  StationSonic _sonic;
-  StationGPS _gps;
-  StationSoil _soil;
-  StationModules _modules;
-  StationCampbell _campbell;
-  StationButton _button;
-  const std::vector<_Row> _table;
+  std::vector<InstrumentRow> _table;
+  StationGPS& _gps;
+  StationModules& _modules;
+  StationButton& _button;
 
   class ControlPort _control;
   const int64_t _started;  // on PollTimer's clock

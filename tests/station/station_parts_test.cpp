@@ -20,6 +20,7 @@
 #include "station/disk.h"
 #include "station/errands.h"
 #include "station/hostlookup.h"
+#include "station/instrument.h"
 #include "station/mishaps.h"
 #include "station/modules.h"
 #include "station/recordfiles.h"
@@ -166,6 +167,7 @@ TEST(Instruments, OneThatFailsKeepsNothingFromOthers) {
   ForEach(table, [](Instrument&) { throw std::logic_error("no"); });
   EXPECT_EQ(output.Text(), "ERROR: a: no\nERROR: b: no\n");
 }
+TEST(Disk, FollowsWhatIsMountedThere) {
 
   const TempDirectory dir;
   ExpectInMountNamespace([&] {
@@ -181,6 +183,11 @@ TEST(Instruments, OneThatFailsKeepsNothingFromOthers) {
       return std::exchange(listener.log, "");
     };
     EXPECT_FALSE(disk.IsThere());
+    mount(dir.Path().c_str(), dir.Path().c_str(), nullptr, MS_BIND, nullptr);
+    EXPECT_EQ(told(), "came ");
+    umount(dir.Path().c_str());
+    EXPECT_TRUE(disk.IsThere() && !disk.IsStillThere());
+    EXPECT_EQ(told(), "went ");
     EXPECT_EQ(disk.Available(), 0U);
     MountEmpty(dir.Path(), "size=64k");
     EXPECT_EQ(told(), "came ");
