@@ -134,6 +134,7 @@ void GPSReceiver::_Tick() {
     for (const auto& [name, rate] : _outputs)
       if (_IsDue(name, rate, _ticks)) sentences += Compose(name, _started + _ticks - kLate, _fix);
   }
+  for (size_t end = 0; _bad_sums && (end = sentences.find('\r', end)) != sentences.npos; ++end) sentences[end - 1] ^= 1;
   if (!sentences.empty()) _Send(sentences);
 }
 

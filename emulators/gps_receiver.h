@@ -40,6 +40,7 @@ class GPSReceiver : public PollItem, public PollTimer {
   // Each command that it has understood, without its line end.
   const std::vector<std::string>& Commands() const { return _commands; }
   void SetFix(bool fix) { _fix = fix; }
+  void SetBadSums(bool bad) { _bad_sums = bad; }  // of all that it reports
 
   // "$", `body`, its checksum and a line end.
   static std::string Sentence(std::string_view body);
@@ -68,6 +69,7 @@ class GPSReceiver : public PollItem, public PollTimer {
   const int64_t _began;       // the same moment on PollTimer's clock
   int64_t _ticks = 0;         // tenths of a second since then, as far as it has been
   int64_t _silent_until = 0;  // in ticks
+  bool _bad_sums = false;
   bool _fix = true;
   std::map<std::string, int> _outputs;  // sentence and how often a second
   std::string _input;

@@ -25,6 +25,7 @@ StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock&
       _port([this](std::optional<GPSDevice>& device) {
         device.emplace(_path, _type, _verbose, false);
         device->RegisterListener(this);
+        _sums.Listen(device->Reader());
       }) {
   _files.SetHeader(DataLineHeader("GPS", {"LATITUDE", "LONGITUDE", "ALTITUDE", "SATELLITES", "HDOP", "GEOID", "SPEED",
                                           "COURSE", "DIFFAGE", "DIFFSTATION", "UTC"}));

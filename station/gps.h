@@ -15,6 +15,7 @@
 #include "station/serialport.h"
 #include "station/settings.h"
 #include "station/stationclock.h"
+#include "station/sumcounter.h"
 
 class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDevice::Listener {
  public:
@@ -46,6 +47,7 @@ class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDe
   const std::function<void(const TimeVal&)> _fixed;
   RecordFiles _files;
   int _type = -1;
+  SumCounter _sums{'$', '*', _records};
   SerialPort<GPSDevice> _port;
   std::optional<PluggedDevice<PPSDevice>> _pulse;
   int64_t _pulsed = 0;  // when the last one came, or the device was opened; on PollTimer's clock

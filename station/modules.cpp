@@ -1,5 +1,6 @@
 #include "station/modules.h"
 
+#include <charconv>
 #include <exception>
 #include <iostream>
 #include <utility>
@@ -32,7 +33,7 @@ void StationModules::_Connect() {
   try {
     _session.reset();
     if (_port == 0) return;
-    _session.emplace(_settings.verbose, false);
+    _session.emplace(_records, _settings.verbose);
     _session->RegisterListener(this);
     _session->Connect(_port);
     _connected = true;
@@ -41,6 +42,17 @@ void StationModules::_Connect() {
     _session.reset();
     if (!std::exchange(_told, true)) std::cout << "ERROR: the modules can't be had: " << error.what() << std::endl;
   }
+}
+
+void StationModules::_Session::GotDAQMLine(std::string line) {
+  constexpr size_t kDigits = 8;  // and the line feed
+  if (line.starts_with('{') && line.size() > kDigits) {
+    uint32_t sum = 0;
+    const char* const end = line.data() + line.size() - 1;
+    std::from_chars(end - kDigits, end, sum, 16);
+    if (sum != _CalculateChecksum(_SkipHopCount(line, true))) _tally.CountBadSum();
+  }
+  DAQM::GotDAQMLine(std::move(line));
 }
 
 void StationModules::LookAtDisk() {

@@ -37,6 +37,16 @@ class StationModules : public Instrument, private DAQM::Listener {
  private:
   static constexpr uint64_t kRoom = 65'536;  // bytes
 
+  // Counts the lines whose sum is wrong, which the session tells in words only.
+  class _Session : public DAQM {
+   public:
+    _Session(Tally& tally, bool verbose) : DAQM(verbose, false), _tally(tally) {}
+    void GotDAQMLine(std::string line) override;
+
+   private:
+    Tally& _tally;
+  };
+
   class _DayFile {
    public:
     _DayFile(const std::string& directory, const std::string& suffix) : _file(directory, suffix, "DAQM") {}
@@ -77,5 +87,5 @@ class StationModules : public Instrument, private DAQM::Listener {
   bool _connected = false;
   bool _wanted = true;
   bool _told = false;  // why they can't be had
-  std::optional<DAQM> _session;
+  std::optional<_Session> _session;
 };

@@ -11,6 +11,7 @@ StationSonic::StationSonic(const Settings& settings, const Disk& disk)
       _port([this](std::optional<SonicDevice>& device) {
         device.emplace(_path, 1, _bps, _verbose);
         device->RegisterListener(this);
+        _sums.Listen(device->Reader());
       }) {
   _files.SetHeader(DataLineHeader("SONIC", {"U", "V", "W", "SOS", "TEMP", "AUX1", "AUX2", "AUX3", "AUX4"}));
 }

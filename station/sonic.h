@@ -10,6 +10,7 @@
 #include "station/instrument.h"
 #include "station/serialport.h"
 #include "station/settings.h"
+#include "station/sumcounter.h"
 
 class StationSonic : public Instrument, private SonicDeviceListener {
  public:
@@ -30,6 +31,7 @@ class StationSonic : public Instrument, private SonicDeviceListener {
   const bool _verbose, _record;
   RecordFiles _files;
   int _bps = -1;
+  SumCounter _sums{'\x02', '\x03', _records};
   SerialPort<SonicDevice> _port;
   SonicStats _stats;
 };
