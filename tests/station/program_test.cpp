@@ -13,8 +13,6 @@
 #include "emulators/poll_runner.h"
 #include "emulators/sonic_anemometer.h"
 #include "emulators/temp_directory.h"
-#include "emulators/virtual_time.h"
-#include "station/watchdog.h"
 
 namespace {
 
@@ -37,46 +35,23 @@ class Manager {
     unsetenv("NOTIFY_SOCKET");
     unsetenv("WATCHDOG_USEC");
   }
-  // Since the last call, whatever it is.
-  bool HasHeard() {
-    _Listen();
-    return !std::exchange(_heard, "").empty();
-  }
-  bool Hears(const std::string& text, int bound = kBound) {
+  bool Hears(const std::string& text) {
     return PollUntil(
         [&] {
-          _Listen();
+          char bytes[512];
+          for (ssize_t size; (size = recv(_socket, bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
+            _heard.append(bytes, static_cast<size_t>(size)) += '\n';
           const size_t at = _heard.find(text);
           if (at != std::string::npos) _heard.erase(0, at + text.size());
           return at != std::string::npos;
         },
-        bound);
+        kBound);
   }
 
  private:
-  void _Listen() {
-    char bytes[512];
-    for (ssize_t size; (size = recv(_socket, bytes, sizeof bytes, MSG_DONTWAIT)) > 0;)
-      _heard.append(bytes, static_cast<size_t>(size)) += '\n';
-  }
-
   const int _socket = socket(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   std::string _heard;
 };
-
-TEST(Watchdog, IsFedByTheLoopAlone) {
-  const TempDirectory dir;
-  Manager manager(dir / "notify");
-  VirtualTime time;
-  setenv("WATCHDOG_USEC", "30000000", 1);
-  const Watchdog watchdog;
-  for (int i = 0; i < 4; ++i) EXPECT_TRUE(manager.Hears("WATCHDOG=1", 15'000));
-  manager.HasHeard();
-  time.Advance(60'000);  // something in the loop takes so long
-  EXPECT_FALSE(manager.HasHeard());
-  PollPasses(1);
-  EXPECT_TRUE(manager.HasHeard());
-}
 
 TEST(Program, FollowsItsSettingsAndEndsWithAllFilesFinished) {
   const TempDirectory dir;
