@@ -356,7 +356,9 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     };
     EXPECT_EQ(growing(), "-backup.txt-modules.txt");
     modules.Live(true);
+    bus.Misbehave(DAQMBus::kBadSum, 0);
     EXPECT_EQ(growing(), "-live.txt-modules.txt");
+    EXPECT_EQ(modules.Records().BadSums(), 1);
     modules.Record(false);
     EXPECT_EQ(growing(), "");
     modules.Record(true);
