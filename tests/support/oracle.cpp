@@ -2,7 +2,8 @@
 // that are the same in each run. The oracle aborts when two answers differ, so it runs in a child.
 //
 // The build defines ORACLE, the fuzzer's name; ORACLE_RUNS, how many variants; ORACLE_CORPUS, the folder of the seeds;
-// and gives the fuzzer's entry point a name of its own. MOORLOG_ORACLE_SEED in the environment asks for other variants.
+// and gives the fuzzer's entry point a name of its own. MOORLOG_ORACLE_SEED in the environment asks for other variants,
+// MOORLOG_ORACLE_LENGTH for so many times longer ones.
 
 #include <gtest/gtest.h>
 #include <sys/prctl.h>
@@ -21,10 +22,13 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/setting.h"
+
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size);
 
 namespace {
 
+const int longer = Setting("MOORLOG_ORACLE_LENGTH", 1);
 std::string current;  // what the oracle has got; shown when it aborts
 
 void Ask(std::string input) {
@@ -43,14 +47,12 @@ void ShowInput(int) {
 
 class Variants {
  public:
-  explicit Variants(std::vector<std::string> seeds) : _seeds(std::move(seeds)) {
-    const char* const seed = std::getenv("MOORLOG_ORACLE_SEED");
-    if (seed != nullptr) _random.seed(static_cast<uint32_t>(std::strtoul(seed, nullptr, 10)));
-  }
+  explicit Variants(std::vector<std::string> seeds) : _seeds(std::move(seeds)) {}
 
   std::string Next() {
-    std::string text = Pick(_seeds);
-    for (size_t changes = Below(4) + 1; changes > 0; --changes) Change(text);
+    std::string text;
+    for (int part = 0; part < longer; ++part) text += Pick(_seeds);
+    for (size_t changes = Below(size_t{4} * longer) + 1; changes > 0; --changes) Change(text);
     return text;
   }
 
@@ -89,13 +91,13 @@ class Variants {
   }
 
   const std::vector<std::string> _seeds;
-  std::mt19937 _random{1};
+  std::mt19937 _random{static_cast<uint32_t>(Setting("MOORLOG_ORACLE_SEED", 1))};
 };
 
 // An oracle that hangs ends by itself, and with the program that it belongs to.
 void Bound() {
-  constexpr rlim_t kSeconds = 60;  // of processor time; an oracle takes a few
-  const rlimit limit = {kSeconds, kSeconds};
+  const auto seconds = static_cast<rlim_t>(60) * longer;  // of processor time; an oracle takes a few
+  const rlimit limit = {seconds, seconds};
   setrlimit(RLIMIT_CPU, &limit);
   prctl(PR_SET_PDEATHSIG, SIGKILL);
 }
