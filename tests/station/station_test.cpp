@@ -81,6 +81,13 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_NEAR(world.Status()["clock"]["offset"].asDouble(), 0, 0.1);
   EXPECT_EQ(world.site.button.LED(), 'Y');
 
+  world.site.sonic.Set({.rate = 2, .bad_sums = true});
+  world.site.gps.SetBadSums(true);
+  for (const char* name : {"sonic", "gps"})
+    EXPECT_TRUE(World::Becomes([&] { return world.Status()["instruments"][name]["bad_sums"].asInt() > 0; }, 60));
+  world.site.sonic.Set({.rate = 2});
+  world.site.gps.SetBadSums(false);
+
   // A disk that takes nothing; a document that can't be kept, whose command is obeyed.
   std::filesystem::rename(world.dir / "disk", world.dir / "away");
   PollFor(60'000);
