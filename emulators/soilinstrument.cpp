@@ -213,8 +213,8 @@ void SoilInstrument::_SendReport(const std::string& file, int number) {
   Observation asked;
   asked.file = file;
   asked.number = number;
-  const auto found = std::find(_finished.begin(), _finished.end(), asked);
-  if (found == _finished.end() || _files.count(file) == 0) {
+  const auto found = std::find(_finished.rbegin(), _finished.rend(), asked);  // of the file that is there now
+  if (found == _finished.rend() || _files.count(file) == 0) {
     Send("<SR><ERROR>No such observation</ERROR></SR>\n");
     return;
   }
