@@ -30,7 +30,7 @@
 #include "emulators/poll_runner.h"
 #include "emulators/pty.h"
 #include "emulators/virtual_time.h"
-#include "net/socketaddress.h"
+#include "fuzz/daqmtool.h"
 
 namespace {
 
@@ -472,21 +472,6 @@ struct Session : DAQM {
   int opened = 0;
 };
 
-// A tool at the bridge.
-struct Tool : SocketServerListener {
-  Tool() {
-    dialer.PollItem::UnRegister();  // it only dials
-    dialer.RegisterListener(*this);
-    SocketAddress address("127.0.0.1");
-    address.Port(DAQM::kBridgePort);
-    client = &dialer.Connect(address, 1);
-  }
-  void GotRequest(SocketClient&, const std::string& data) override { got += data; }
-  SocketServer dialer{Socket::FamilyIPv4};
-  SocketClient* client = nullptr;
-  std::string got;
-};
-
 struct World {
   World() {
     setenv("TZ", "XST-1:30", 1);
@@ -609,7 +594,7 @@ struct Run {
   Session session;
   Log log{std::cout};
   Model model;
-  Tool tool;
+  DAQMTool tool;
 };
 
 }  // namespace

@@ -14,8 +14,8 @@
 #include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
 #include "examples/timer.h"
+#include "fuzz/daqmtool.h"
 #include "logging/daqmlogfile.h"
-#include "net/socketaddress.h"
 #include "runtime/datachecksum.h"
 #include "tests/support/captured_output.h"
 #include "tests/support/error_text.h"
@@ -38,21 +38,6 @@ struct Owner : DAQM::Listener {
   void GotDAQMBackupData(long, const Values&) override {}
   void GotDAQMReserved() override {}
   int disconnected = 0;
-};
-
-// A tool at the bridge.
-struct Tool : SocketServerListener {
-  Tool() {
-    dialer.PollItem::UnRegister();  // it only dials
-    dialer.RegisterListener(*this);
-    SocketAddress address("127.0.0.1");
-    address.Port(DAQM::kBridgePort);
-    client = &dialer.Connect(address, 1);
-  }
-  void GotRequest(SocketClient&, const std::string& data) override { got += data; }
-  SocketServer dialer{Socket::FamilyIPv4};
-  SocketClient* client = nullptr;
-  std::string got;
 };
 
 // What one session does is held against a second form of it in the fuzzer.
@@ -94,7 +79,7 @@ TEST(DAQM, ClosesAClientThatDoesNotRead) {
   ExpectInChild([] {
     if (!BecomeRoot() || !EnterOwnNetwork()) return;
     DAQM session(false, false);
-    Tool idle, visitor;
+    DAQMTool idle, visitor;
     EXPECT_TRUE(PollUntil([&] {
       session.GotDAQMLine("hello\n");
       return idle.got.ends_with("hello\n") && visitor.got.ends_with("hello\n");
@@ -141,7 +126,7 @@ TEST(DAQMDeathTest, ALineMustNotEndTheDevice) {
 }
 
 // Days with a trouble every 20 minutes; MOORLOG_DAQM_DAYS and MOORLOG_DAQM_SEED ask for others.
-class Days : public DAQM::Listener {
+class Days : public Owner {
  public:
   explicit Days(const std::string& directory) : _files(directory, ".txt", "DAQM"), _directory(directory) {}
 
@@ -170,10 +155,6 @@ class Days : public DAQM::Listener {
     _CheckFiles();
   }
 
-  void GotDAQMSerial(std::string, std::string) override {}
-  void GotDAQMVersion(std::string, std::string) override {}
-  void GotDAQMDisconnected() override {}
-  void GotDAQMReserved() override {}
   void GotDAQMHeader(const Texts& names, const Texts& units) override {
     _names[0] = names;
     EXPECT_EQ(units.size(), names.size());
@@ -219,7 +200,7 @@ class Days : public DAQM::Listener {
   void _Visit(int number) {
     PollFor(15'000);  // what is cut is a report and not the answer
     if (!_powered) return;
-    Tool tool;
+    DAQMTool tool;
     _time.SetGrace(5'000);
     const std::string module = std::to_string(number % 5);
     tool.client->Write(DAQMBus::Framed("{\"" + module + "\":{\"rename\":" + std::to_string(number) + "}}") +
