@@ -24,6 +24,7 @@
 #include "station/mishaps.h"
 #include "station/modules.h"
 #include "station/recordfiles.h"
+#include "station/rights.h"
 #include "station/stationclock.h"
 #include "tests/station/settable_time.h"
 #include "tests/support/captured_output.h"
@@ -403,6 +404,22 @@ TEST(StationClock, IsSteppedAtTheFirstPulseWhateverFixesHaveSaid) {
   EXPECT_EQ(output.Text(), told + "ERROR: Unable to set system time: Operation not permitted\n");
   EXPECT_EQ(clock.Offset(), 4);
   settable_time = nullptr;
+}
+
+TEST(Rights, AreGivenBackWhateverAPartLeaves) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  ExpectInChild([] {
+    EXPECT_EQ(ErrorText([] { WorkAs("nobody here"); }), "There is no user 'nobody here'");
+    WorkAs("nobody");
+    const uid_t user = geteuid();
+    EXPECT_NE(user, 0U);
+    EXPECT_NE(getegid(), 0U);
+    {
+      const EffectiveUser rights;
+      EXPECT_EQ(seteuid(0), 0);
+    }
+    EXPECT_EQ(geteuid(), user);
+  });
 }
 
 TEST(Mishaps, AreBorneButNotTheSameOneForEver) {

@@ -6,6 +6,7 @@
 #include <jsoncpp/json/json.h>
 #include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <map>
 #include <optional>
@@ -127,6 +128,7 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   const int second_life = reports();
   world.station.reset();
 
+  EXPECT_TRUE(std::filesystem::exists(world.settings.disk.path + "/ws-2024-03-01T000000.0.json"));
   int soil_files = 0;
   std::set<std::string> families;
   std::string found;
@@ -173,6 +175,42 @@ TEST(Station, RecordsNoMoreThanItIsToldTo) {
         EXPECT_TRUE(name.starts_with("bog-campbell-")) << name;
     }
     EXPECT_EQ(told, what == "none" ? "" : "DATAH\tSECONDS\tNANOSECONDS\tCH4\tCHK\n");
+  }
+}
+
+TEST(Station, TakesInstrumentsThatComeLateGoAwayAndComeBack) {
+  struct Ports {
+    SonicAnemometer sonic{57'600, {.rate = 2}};
+    GPSReceiver gps{GPSReceiver::Garmin, 38'400};
+    PulseSource pulse;
+    PushButton button;
+  };
+  World world;
+  Settings& settings = world.settings;
+  const std::array devices = {&settings.sonic.device, &settings.gps.device, &settings.gps.pulse,
+                              &settings.button.device};
+  for (size_t i = 0; i < devices.size(); ++i) *devices[i] = world.dir / std::to_string(i);
+  world.station.emplace(settings, ZonesIn(world.dir));
+  world.station->Answer(world.site.Document());
+  const auto connected = [&] {
+    std::string names;
+    for (const char* name : {"sonic", "gps", "button"})
+      names += world.Status()["instruments"][name]["connected"].asBool() ? name : "";
+    return names;
+  };
+  for (int round = 0; round < 2; ++round) {
+    EXPECT_TRUE(World::Becomes([&] { return connected().empty(); }, 60));
+    PollFor(30'000);
+    const Ports ports;
+    const std::array paths = {ports.sonic.Path(), ports.gps.Path(), ports.pulse.Path(), ports.button.Path()};
+    for (size_t i = 0; i < devices.size(); ++i) {
+      std::filesystem::remove(*devices[i]);
+      std::filesystem::create_symlink(paths[i], *devices[i]);
+    }
+    EXPECT_TRUE(World::Becomes([&] { return connected() == "sonicgpsbutton"; }, 60));
+    EXPECT_TRUE(World::Becomes([&] { return std::abs(world.Status()["clock"]["offset"].asDouble()) < 0.1; }, 60))
+        << "by its pulse";
+    EXPECT_EQ(ports.button.LED(), 'Y');
   }
 }
 
