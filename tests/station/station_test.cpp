@@ -81,6 +81,18 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_TRUE(World::Becomes([&] { return world.Status()["clock"].isMember("offset"); }, 60));
   EXPECT_NEAR(world.Status()["clock"]["offset"].asDouble(), 0, 0.1);
   EXPECT_EQ(world.site.button.LED(), 'Y');
+  const Json::Value status = world.Status(), sonic = status["instruments"]["sonic"];
+  EXPECT_NEAR(sonic["rate"].asDouble(), 2, 0.2);
+  EXPECT_NEAR(sonic["last"].asDouble(), static_cast<double>(time(nullptr)), 2);
+  EXPECT_EQ(sonic["bad_sums"], 0);
+  EXPECT_TRUE(std::filesystem::exists(sonic["file"].asString()));
+  EXPECT_TRUE(status["recording"].asBool() && status["disk"]["there"].asBool() && status["clock"]["watching"].asBool());
+  EXPECT_EQ(status["disk"]["path"], world.settings.disk.path);
+  EXPECT_GT(status["disk"]["available"].asUInt64(), 0U);
+  EXPECT_EQ(status["clock"]["steps"], 0);
+  EXPECT_GT(status["memory"].asInt(), 1'000);
+  EXPECT_NEAR(status["uptime"].asDouble(), static_cast<double>(world.time.Elapsed()) / 1'000, 2);
+  EXPECT_EQ(status["version"], MOORLOG_VERSION);
 
   world.site.sonic.Set({.rate = 2, .bad_sums = true});
   world.site.gps.SetBadSums(true);
