@@ -9,12 +9,11 @@
 #include <utility>
 
 Disk::Disk(std::string path, bool board, bool ejected)
-    : PollItem(POLLPRI, false),
+    : PollItem(POLLPRI, true),
       _path(std::move(path)),
       _board(board),
-      _mounts("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC) {
-  Register();
-  _ejected = ejected;
+      _mounts("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC),
+      _ejected(ejected) {
   _Look();
 }
 

@@ -66,5 +66,5 @@ class Disk : public PollItem {
   Listener* _listener = nullptr;
   _Mount _mount{};  // what was there at the last look
   bool _there = false;
-  bool _ejected = false;
+  bool _ejected;
 };
