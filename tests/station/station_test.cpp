@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <jsoncpp/json/json.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
@@ -116,7 +117,11 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_FALSE(world.Status()["recording"].asBool());
   std::filesystem::create_directory(world.dir / "state");
   world.station->Answer(world.site.Document());
+  struct stat kept, after;
+  stat((world.dir / "state/moorlog.xml").c_str(), &kept);
   world.station->Answer("<tarno><moorlog><cmd><logusbstart>true</logusbstart></cmd></moorlog></tarno>");
+  stat((world.dir / "state/moorlog.xml").c_str(), &after);
+  EXPECT_EQ(after.st_ino, kept.st_ino) << "it is written when something has changed";
 
   world.site.button.Press();
   world.site.button.Release();
