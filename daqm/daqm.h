@@ -93,6 +93,8 @@ class DAQM : public DAQMDevice::Listener, public SocketServerListener, public Po
   // stays 0, which is meant: whoever owns the session restores it.
   void Connect();
   void Disconnect();
+  // The port has gone: connect again, until it is there.
+  bool IsHungUp() const { return _device != nullptr && _device->IsHungUp(); }
 
   // Live data go on and off for all modules. The listener gets the headers with the first live row.
   void StartLiveData();

@@ -68,6 +68,7 @@ class DAQMDevice : public LinuxTTYReader::Listener {
   ~DAQMDevice() noexcept(false) override;
 
   bool IsVerbose() const { return _verbose; }
+  bool IsHungUp() const { return _reader.IsHungUp(); }  // the port has gone: make the device anew
 
   // Queues the whole line, with its checksum and line feed, or nothing: half a line would spoil the next one. One that
   // doesn't fit into what is left of the port's 4,096 bytes is told on standard output.

@@ -50,8 +50,8 @@ void Errands::_Begin() {
 void Errands::_Listen() {
   char text[1024];
   const ssize_t size = read(_words.Fileno(), text, sizeof text);
-  if (size > 0) _error.append(text, static_cast<size_t>(size));
-  if (size > 0 || (size < 0 && (errno == EAGAIN || errno == EINTR))) return;
+  if (size > 0) return void(_error.append(text, static_cast<size_t>(size)));
+  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
   _words._close();
   PollProcessor::Instance().EventChange();
   int status = 0;

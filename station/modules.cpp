@@ -23,20 +23,18 @@ void StationModules::Apply(const ConfigMoorlog& document) {
 }
 
 void StationModules::Look() {
-  if (_port != 0 && !_connected) _Connect();
+  if (_port != 0 && !IsConnected()) _Connect();
 }
 
 // A new session each time: what the modules were called on another port is forgotten.
 void StationModules::_Connect() {
   const EffectiveUser user;
-  _connected = false;
   try {
     _session.reset();
     if (_port == 0) return;
     _session.emplace(_records, _settings.verbose);
     _session->RegisterListener(this);
     _session->Connect(_port);
-    _connected = true;
     _told = false;
   } catch (const std::exception& error) {
     _session.reset();
@@ -73,15 +71,7 @@ void StationModules::Live(bool on) {
 }
 
 void StationModules::GotFix(long seconds) {
-  if (_connected) _session->SyncToGPSTime(seconds);
-}
-
-void StationModules::GotDAQMConnected(unsigned /*port*/) {
-  _connected = true;
-}
-
-void StationModules::GotDAQMDisconnected() {
-  _connected = false;
+  if (IsConnected()) _session->SyncToGPSTime(seconds);
 }
 
 void StationModules::GotDAQMHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) {

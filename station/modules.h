@@ -23,7 +23,7 @@ class StationModules : public Instrument, private DAQM::Listener {
   // The disk outlives this. `power_goes` is called when the bus has told so.
   StationModules(const Settings& settings, const Disk& disk, std::function<void()> power_goes);
 
-  bool IsConnected() const override { return _connected; }
+  bool IsConnected() const override { return _session && !_session->IsHungUp(); }
   void Apply(const ConfigMoorlog& document) override;
   void Look() override;
   void LookAtDisk() override;
@@ -66,10 +66,9 @@ class StationModules : public Instrument, private DAQM::Listener {
     return _settings.modules.record && _wanted && _disk.IsStillThere() && _disk.Available() >= kRoom;
   }
 
-  void GotDAQMConnected(unsigned port) override;
   void GotDAQMSerial(std::string /*id*/, std::string /*serial*/) override {}
   void GotDAQMVersion(std::string /*id*/, std::string /*version*/) override {}
-  void GotDAQMDisconnected() override;
+  void GotDAQMDisconnected() override {}
   void GotDAQMHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) override;
   void GotDAQMData(long time, const std::vector<double>& values) override;
   void GotDAQMBackupHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) override;
@@ -84,7 +83,6 @@ class StationModules : public Instrument, private DAQM::Listener {
   const std::function<void()> _power_goes;
   _DayFile _rows, _backup, _live;
   unsigned _port = 0;
-  bool _connected = false;
   bool _wanted = true;
   bool _told = false;  // why they can't be had
   std::optional<_Session> _session;

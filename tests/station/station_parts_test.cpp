@@ -338,8 +338,9 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     MountGpio(13);
     const VirtualTime time;
     const CapturedOutput output;
-    DAQMBus bus({.interval = 10});
-    DAQM::port_to_dev.at(1).device = bus.Path();
+    std::optional<DAQMBus> bus;
+    const auto attach = [&] { DAQM::port_to_dev.at(1).device = bus.emplace(DAQMBus::Settings{.interval = 10}).Path(); };
+    attach();
     const Settings settings;
     Disk disk(dir.Path(), true);
     StationModules modules(settings, disk, [] {});
@@ -357,7 +358,7 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     };
     EXPECT_EQ(growing(), "-backup.txt-modules.txt");
     modules.Live(true);
-    bus.Misbehave(DAQMBus::kBadSum, 0);
+    bus->Misbehave(DAQMBus::kBadSum, 0);
     EXPECT_EQ(growing(), "-live.txt-modules.txt");
     EXPECT_EQ(modules.Records().BadSums(), 1);
     modules.Record(false);
@@ -370,6 +371,13 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     modules.Live(false);
     PollFor(2'000);  // the last row
     EXPECT_EQ(growing(), "-modules.txt");
+    EXPECT_TRUE(modules.IsConnected());
+    bus.reset();
+    PollFor(2'000);
+    EXPECT_FALSE(modules.IsConnected());
+    attach();
+    modules.Look();
+    EXPECT_EQ(growing(), "-backup.txt-modules.txt");
   });
 }
 
