@@ -34,7 +34,8 @@ std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
   if (network.name.has_changed()) {
     _Try(network.name, [&] {
       // hostnamed keeps it across a restart, and needs no right of ours to administer the system.
-      const std::string command = "/usr/bin/hostnamectl set-hostname -- \"" + network.name.get() + '"';
+      // Quotes come off where a blank follows (SplitCmdLine).
+      const std::string command = "/usr/bin/hostnamectl set-hostname -- \"" + network.name.get() + "\" ";
       _errands.Do(network.name.get_name(), [command] { RunAsRoot(command); });
     });
   }
