@@ -19,13 +19,12 @@ class PushButton : public PollItem {
   void Release() { _pty.Write("U"); }
   void Hold() { _pty.Write("L"); }  // pressed for long by now
 
-  // What the LED shows: the last of the bytes that it knows, off at first.
+  // What the LED shows: the last byte, off at first.
   char LED() const { return _led; }
 
   int Fileno() const override { return _pty.Fileno(); }
   void HandleRead() override {
-    for (const char c : _pty.Read())
-      if (std::string("YNAE").find(c) != std::string::npos) _led = c;
+    for (const char c : _pty.Read()) _led = c;
   }
   const char* Description() const override { return "PushButton"; }
 

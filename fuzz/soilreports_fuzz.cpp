@@ -3,9 +3,12 @@
 // than a thousand.
 //
 // Input: a byte for each step. The upper four bits choose one of a few moments and texts; the lower four add the
-// report, or many, or take the disk away, put it back, make its directory unwritable and writable again.
+// report, or many, or take the disk away, put it back, and let it refuse and take bytes again.
+
+#include <sys/resource.h>
 
 #include <algorithm>
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <cstdlib>
@@ -40,7 +43,7 @@ struct Model {
     }
   }
   std::deque<std::pair<long, std::string>> waiting;
-  std::map<long, std::string> files;
+  std::map<std::time_t, std::string> files;
   bool there = true, broken = false;
 };
 
@@ -48,35 +51,39 @@ struct Model {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const TempDirectory place(TempDirectory::Memory());
-  static const std::string path = place / "disk", aside = place / "aside", name = "bog";
-  for (const std::string& each : {path, aside}) std::filesystem::remove_all(each);
+  static const std::string path = place / "disk", name = "bog";
+  std::filesystem::remove_all(path);
   std::filesystem::create_directory(path);
   std::cout.setstate(std::ios::badbit);  // what has to wait is told
   Disk disk(path, true);
   SoilReports reports(disk, name);
   Model model;
-  const auto mend = [&] {
-    if (std::exchange(model.broken, false)) std::filesystem::rename(aside, path);
+  // Files get no bytes.
+  const auto refuse = [&](bool on) {
+    model.broken = on;
+    rlimit limit;
+    getrlimit(RLIMIT_FSIZE, &limit);
+    limit.rlim_cur = on ? 0 : limit.rlim_max;
+    setrlimit(RLIMIT_FSIZE, &limit);
   };
+  std::signal(SIGXFSZ, SIG_IGN);
   for (std::size_t i = 0; i < std::min<std::size_t>(size, 200); ++i) {
     const long moment = kMoment + (data[i] >> 4 & 3);
     const std::string text = "report " + std::to_string(data[i] >> 6) + std::string(data[i] >> 6, '\n');
     switch (const int deed = data[i] & 15; deed) {
       case 0:
-        mend();  // a directory that isn't there is no disk
         disk.Eject();
         model.there = false;
         break;
       case 1:
-        mend();
         disk.Use();
         model.there = true;
         break;
       case 2:
-        if (!std::exchange(model.broken, true)) std::filesystem::rename(path, aside);
+        refuse(true);
         break;
       case 3:
-        mend();
+        refuse(false);
         reports.Write();
         model.Write();
         break;
@@ -90,7 +97,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         }
     }
   }
-  mend();
+  refuse(false);
   disk.Use();
   model.there = true;
   reports.Write();

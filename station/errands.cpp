@@ -51,7 +51,7 @@ void Errands::_Listen() {
   char text[1024];
   const ssize_t size = read(_words.Fileno(), text, sizeof text);
   if (size > 0) return void(_error.append(text, static_cast<size_t>(size)));
-  if (size < 0 && (errno == EAGAIN || errno == EINTR)) return;
+  if (size < 0) return;  // nothing yet
   _words._close();
   PollProcessor::Instance().EventChange();
   int status = 0;

@@ -110,7 +110,7 @@ void RecordFiles::_EndFile() {
   if (!_stopped) _logger.StartLogging();
   if (file.empty()) return;
   CutBehindLastLine(WithoutPart(file));
-  _left = _left || failed;
+  _left |= failed;
 }
 
 void RecordFiles::_SetTime() {
@@ -162,6 +162,6 @@ void RecordFiles::_FinishLeftovers() {
     while (fs::exists(text, error)) text.replace_filename(text.stem().string() + "-2.txt");
     CutBehindLastLine(part);
     if (fs::exists(part, error)) fs::rename(part, text, error);
-    _left = _left || error;
+    _left |= static_cast<bool>(error);
   }
 }

@@ -35,11 +35,11 @@ class SumCounter : private LinuxTTYReader::Listener {
           message.size() > kDigits + 1 && message.front() == _begin && message[message.size() - kDigits - 1] == _mark;
       if (is_whole && !ChecksumAgrees(message)) _tally.CountBadSum();
     });
-    if (_driver != nullptr) _driver->ReceivedChars(reader, data, length);
+    _driver->ReceivedChars(reader, data, length);
   }
 
   const char _begin, _mark;
   Tally& _tally;
   MessageFramer _framer{kRoom};
-  LinuxTTYReader::Listener* _driver = nullptr;
+  LinuxTTYReader::Listener* _driver = nullptr;  // set before anything comes
 };

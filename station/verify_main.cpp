@@ -119,7 +119,7 @@ class Run {
       bool failed = false;
       _CheckBytes(name, [&](char* data, size_t size) {
         const int64_t read = zip_fread(file.get(), data, size);
-        failed = failed || read < 0;
+        failed |= read < 0;
         return read;
       });
       if (failed) _Find(name, 0, "can't be read to its end");

@@ -345,7 +345,8 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     attach();
     const Settings settings;
     Disk disk(dir.Path(), true);
-    StationModules modules(settings, disk, [] {});
+    int power_cuts = 0;
+    StationModules modules(settings, disk, [&] { ++power_cuts; });
     ConfigMoorlog document;
     document.cfg.daqm.port.set(1);
     modules.Apply(document);
@@ -375,6 +376,9 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     modules.Live(false);
     PollFor(2'000);  // the last row
     EXPECT_EQ(growing(), "-modules.txt");
+    bus->Misbehave(DAQMBus::kPowerOff, 0);
+    PollFor(30'000);
+    EXPECT_EQ(power_cuts, 1);
     EXPECT_TRUE(modules.IsConnected());
     bus.reset();
     PollFor(2'000);
@@ -476,6 +480,8 @@ TEST(Mishaps, AreBorneButNotTheSameOneForEver) {
   time.Advance(31'000);  // the first sixty are forgotten
   come(60);
   EXPECT_FALSE(mishaps.Bear("a"));
+  for (int other = 0; other < 100; ++other) EXPECT_TRUE(mishaps.Bear(std::to_string(other)));
+  come(60);  // more than are kept
 }
 
 }  // namespace
