@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
-#include <unistd.h>
 
 #include <utility>
 
@@ -42,11 +41,8 @@ void Disk::Use() {
   _Look();
 }
 
-// The event stays until the file is read from its beginning.
+// The poll that tells it takes the event back (proc(5)).
 void Disk::HandleError() {
-  char ignored[4096];
-  lseek(_mounts.Fileno(), 0, SEEK_SET);
-  while (read(_mounts.Fileno(), ignored, sizeof ignored) > 0) continue;
   _Look();
 }
 

@@ -86,6 +86,7 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_NEAR(sonic["rate"].asDouble(), 2, 0.2);
   EXPECT_NEAR(sonic["last"].asDouble(), static_cast<double>(time(nullptr)), 2);
   EXPECT_EQ(sonic["bad_sums"], 0);
+  EXPECT_FALSE(status["instruments"]["modules"].isMember("last"));
   EXPECT_TRUE(std::filesystem::exists(sonic["file"].asString()));
   EXPECT_TRUE(status["recording"].asBool() && status["disk"]["there"].asBool() && status["clock"]["watching"].asBool());
   EXPECT_EQ(status["disk"]["path"], world.settings.disk.path);
