@@ -161,6 +161,11 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
     });
     verifier.Feed(text);
     verifier.End();
+    for (const std::string key : {"\nGPS\t", "\nSONIC\t"}) {
+      const size_t at = text.rfind(key);
+      if (at == std::string::npos) continue;
+      EXPECT_NEAR(std::atof(text.c_str() + at + key.size()), static_cast<double>(time(nullptr)), 3'600);
+    }
   }
   EXPECT_EQ(found, "");
   EXPECT_EQ(soil_files, first_life + second_life);  // those that had to wait for the disk as well
