@@ -59,7 +59,7 @@ void DAQMBus::HandleRead() {
     const std::string line = _input.substr(0, end + 1);
     if (line == "\n") continue;
     const std::string body = line.substr(0, line.size() - std::min(line.size(), kTail));
-    if (Framed(body) == line) _Obey(body);
+    if (body.starts_with("{\"") && Framed(body) == line) _Obey(body);
   }
   _Flush();
 }

@@ -40,7 +40,7 @@ class Recorder : public CH4Device, private PollTimer, private Disk::Listener {
         PollTimer(0, true),
         _settings(settings),
         _disk(settings.directory, !Disk(settings.directory, false).IsThere()),
-        _files(_disk, settings.name, settings.split_seconds),
+        _files(_disk, settings.name, "", settings.split_seconds),
         _reclaimer(settings.verbose) {
     _disk.RegisterListener(this);
   }

@@ -105,8 +105,9 @@ std::string HexBytes(const char* bytes, size_t count) {
 }  // namespace
 
 std::string Hostname() {
-  char name[128]{};                          // the last byte stays zero, and all of them if there is no name
-  (void)gethostname(name, sizeof name - 1);  // a longer name is cut, and reported as an error
+  char name[128]{};  // the last byte stays zero, and all of them if there is no name
+  // A longer name is cut, and reported as an error.
+  (void)gethostname(name, sizeof name - 1);
   return name;
 }
 

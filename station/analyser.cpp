@@ -20,7 +20,7 @@ StationAnalyser::StationAnalyser(const Settings& settings, const Disk& disk)
       _what(settings.analyser.record == "all"    ? All
             : settings.analyser.record == "some" ? Some
                                                  : None),
-      _files(disk, settings.name + "-analyser", settings.disk.split, "-analyser") {
+      _files(disk, settings.name, "-analyser", settings.disk.split) {
   _columns.ColsToInclude(std::set<std::string>(settings.analyser.columns.begin(), settings.analyser.columns.end()));
   _handler.RegisterListener(this);
 }

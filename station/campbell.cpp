@@ -13,7 +13,7 @@ StationCampbell::StationCampbell(const Settings& settings, const Disk& disk, Lin
     : _disk(disk),
       _on_disk(settings.campbell.directory.empty()),
       _gps(gps),
-      _files(disk, settings.name + "-campbell", settings.disk.split, "-campbell"),
+      _files(disk, settings.name, "-campbell", settings.disk.split),
       _pull(clock, _on_disk ? disk.Path() : settings.campbell.directory, settings) {
   _pull.RegisterListener(this);
 }

@@ -21,7 +21,7 @@ StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock&
       _record(settings.gps.record),
       _clock(clock),
       _fixed(std::move(fixed)),
-      _files(disk, settings.name + "-gps", settings.disk.split, "-gps"),
+      _files(disk, settings.name, "-gps", settings.disk.split),
       _port([this](std::optional<GPSDevice>& device) {
         device.emplace(_path, _type, _verbose, false);
         device->RegisterListener(this);

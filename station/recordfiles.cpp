@@ -43,8 +43,8 @@ void CutBehindLastLine(const std::string& path) {
 
 }  // namespace
 
-RecordFiles::RecordFiles(const Disk& disk, std::string name, int split, std::string family)
-    : _disk(disk), _name(std::move(name)), _split(split), _family(std::move(family)) {
+RecordFiles::RecordFiles(const Disk& disk, const std::string& station, std::string family, int split)
+    : _disk(disk), _name(station + family), _family(std::move(family)), _split(split) {
   _logger.SetHostname(_name);
   _SetTime();
   LookAtDisk();

@@ -23,10 +23,10 @@
 
 class RecordFiles {
  public:
-  // `name`: of the station and the family. `split`: seconds. `family`: what names end in, "-sonic"; leftovers of it are
-  // finished whatever the station was called, without it those of this very name. The disk isn't owned and outlives
+  // `station`: its name, which that of the family follows: "-sonic". Leftovers of the family are finished whatever the
+  // station was called; without a family, those of this very name. `split`: seconds. The disk isn't owned and outlives
   // this.
-  RecordFiles(const Disk& disk, std::string name, int split, std::string family = "");
+  RecordFiles(const Disk& disk, const std::string& station, std::string family, int split);
 
   // The names of the columns, as a line; another one than the last goes into the open file at once.
   void SetHeader(const std::string& line);
@@ -58,9 +58,8 @@ class RecordFiles {
   void _FinishLeftovers();
 
   const Disk& _disk;
-  const std::string _name;
+  const std::string _name, _family;
   const int _split;  // seconds
-  const std::string _family;
   Logger _logger{"", "UTC", false};
   std::string _header;
   std::string _file;

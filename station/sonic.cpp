@@ -7,7 +7,7 @@ StationSonic::StationSonic(const Settings& settings, const Disk& disk)
     : _path(settings.sonic.device),
       _verbose(settings.verbose),
       _record(settings.sonic.record),
-      _files(disk, settings.name + "-sonic", settings.disk.split, "-sonic"),
+      _files(disk, settings.name, "-sonic", settings.disk.split),
       _port([this](std::optional<SonicDevice>& device) {
         device.emplace(_path, 1, _bps, _verbose);
         device->RegisterListener(this);

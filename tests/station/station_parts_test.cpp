@@ -217,14 +217,15 @@ TEST(Disk, FollowsWhatIsMountedThere) {
 TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
   const TempDirectory dir;
   VirtualTime time;
-  dir.Write("x-2024-02-01T000000.txt.part", "a\nb");
-  dir.Write("x-2024-02-01T000000.txt", "b\n");
-  dir.Write("x-2024-02-02T000000.txt.part", "");
-  dir.Write("other-2024-02-02T000000.txt.part", "c\n");
+  dir.Write("x-y-2024-02-01T000000.txt.part", "a\nb");
+  dir.Write("x-y-2024-02-01T000000.txt", "b\n");
+  dir.Write("x-y-2024-02-02T000000.txt.part", "");
+  dir.Write("renamed-y-2024-02-02T000000.txt.part", "c\n");
+  dir.Write("x-z-2024-02-02T000000.txt.part", "c\n");
   const CapturedOutput output;
   Disk disk(dir.Path(), true);
   {
-    RecordFiles files(disk, "x", 3'600);
+    RecordFiles files(disk, "x", "-y", 3'600);
     files.SetHeader("XH\tCHK\n");
     files.Write("1\n");
     time.Advance(5'000);
@@ -239,7 +240,7 @@ TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
     files.Write("5\n");
     files.Finish();
     files.Write("6\n");
-    EXPECT_EQ(files.File(), dir / "x-2024-03-01T000011.txt.part");
+    EXPECT_EQ(files.File(), dir / "x-y-2024-03-01T000011.txt.part");
     time.StepWall(-3'600'000'000'000);
     files.Write("7\n");
     time.StepWall(-1);
@@ -247,14 +248,13 @@ TEST(RecordFiles, WriteWhileTheyMayAndFinishWhatACrashHasLeft) {
     EXPECT_EQ(files.Written(), 6);
     EXPECT_EQ(files.Lost(), 1);
   }
-  EXPECT_EQ(dir.Names(), (std::set<std::string>{
-                             "x-2024-02-01T000000.txt", "x-2024-02-01T000000-2.txt", "other-2024-02-02T000000.txt.part",
-                             "x-2024-03-01T000000.txt", "x-2024-03-01T000005.txt", "x-2024-03-01T000010.txt",
-                             "x-2024-03-01T000011.txt", "x-2024-02-29T230010.txt", "x-2024-02-29T230009.txt"}));
-  EXPECT_EQ(dir.Read("x-2024-02-01T000000-2.txt"), "a\n");
-  const RecordFiles renamed(disk, "x-other", 3'600, "other");
-  EXPECT_TRUE(dir.Names().contains("other-2024-02-02T000000.txt"));
-  EXPECT_TRUE(dir.Read("x-2024-03-01T000005.txt").ends_with("Timezone:\tUTC\nXH\tCHK\n3\n"));
+  EXPECT_EQ(dir.Names(), (std::set<std::string>{"x-y-2024-02-01T000000.txt", "x-y-2024-02-01T000000-2.txt",
+                                                "renamed-y-2024-02-02T000000.txt", "x-z-2024-02-02T000000.txt.part",
+                                                "x-y-2024-03-01T000000.txt", "x-y-2024-03-01T000005.txt",
+                                                "x-y-2024-03-01T000010.txt", "x-y-2024-03-01T000011.txt",
+                                                "x-y-2024-02-29T230010.txt", "x-y-2024-02-29T230009.txt"}));
+  EXPECT_EQ(dir.Read("x-y-2024-02-01T000000-2.txt"), "a\n");
+  EXPECT_TRUE(dir.Read("x-y-2024-03-01T000005.txt").ends_with("Timezone:\tUTC\nXH\tCHK\n3\n"));
 }
 
 TEST(RecordFiles, AFullDiskTakesWholeLinesAndARefusingOneNone) {
@@ -263,17 +263,17 @@ TEST(RecordFiles, AFullDiskTakesWholeLinesAndARefusingOneNone) {
     const VirtualTime time;
     MountEmpty(dir.Path(), "size=64k");
     const Disk disk(dir.Path(), false);
-    RecordFiles files(disk, "x", 3'600);
+    RecordFiles files(disk, "x", "-y", 3'600);
     const std::string head = "Timezone:\tUTC\n", line = std::string(999, '.') + '\n';
     files.Write(std::string(100'000, '.') + '\n');
     files.LookAtDisk();
-    EXPECT_TRUE(dir.Read("x-2024-03-01T000000.txt").ends_with(head));
+    EXPECT_TRUE(dir.Read("x-y-2024-03-01T000000.txt").ends_with(head));
     for (int i = 0; i < 100; ++i) files.Write(line);
     files.LookAtDisk();
-    const std::string kept = dir.Read("x-2024-03-01T000001.txt");
+    const std::string kept = dir.Read("x-y-2024-03-01T000001.txt");
     EXPECT_EQ((kept.size() - kept.find(head) - head.size()) % line.size(), 0U);
     EXPECT_GT(kept.size(), 50'000U);
-    std::filesystem::remove(dir / "x-2024-03-01T000001.txt");
+    std::filesystem::remove(dir / "x-y-2024-03-01T000001.txt");
     const int64_t written = files.Written(), lost = files.Lost();
     EXPECT_EQ(written + lost, 101);
     for (const bool refuses : {true, false}) {
