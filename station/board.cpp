@@ -1,7 +1,9 @@
 #include "station/board.h"
 
+#include <ctime>
 #include <exception>
 #include <stdexcept>
+#include <tuple>
 #include <utility>
 
 #include "runtime/runprogram.h"
@@ -14,6 +16,21 @@ namespace {
 void RunAsRoot(const std::string& command) {
   const SuperUser rights;
   if (RunProgram(command) != 0) throw std::runtime_error("the system refuses");
+}
+
+// The document carries fields on, and takes February 30 for the first of March: no clock is set by what isn't there.
+long MomentOf(const ConfigCfgClock& clock) {
+  const long seconds = clock.TimeDate();
+  const time_t moment = seconds;
+  tm told{}, meant{};
+  const auto fields = [](const tm& of) {
+    return std::tuple(of.tm_year, of.tm_mon, of.tm_mday, of.tm_hour, of.tm_min, of.tm_sec);
+  };
+  if (strptime(clock.date.get().c_str(), "%Y-%m-%d", &told) == nullptr ||
+      strptime(clock.time.get().c_str(), "%H:%M:%S", &told) == nullptr || localtime_r(&moment, &meant) == nullptr ||
+      fields(told) != fields(meant))
+    throw std::runtime_error("There is no " + clock.date.get() + ' ' + clock.time.get());
+  return seconds;
 }
 
 }  // namespace
@@ -29,7 +46,7 @@ std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
   const ConfigCfgNetwork& network = document.cfg.network;
   _errors.clear();
   if (clock.zone.has_changed()) _Try(clock.zone, [&] { _clock.SetZone(clock.zone.get_str()); });
-  if (clock.date.has_changed() || clock.time.has_changed()) _Try(clock.time, [&] { _clock.SetTime(clock.TimeDate()); });
+  if (clock.date.has_changed() || clock.time.has_changed()) _Try(clock.time, [&] { _clock.SetTime(MomentOf(clock)); });
   if (clock.ptp.has_changed()) _Try(clock.ptp, [&] { _StartPTP(clock.ptp.get()); });
   if (network.name.has_changed()) {
     _Try(network.name, [&] {

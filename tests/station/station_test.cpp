@@ -98,6 +98,12 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_GT(status["memory"].asInt(), 1'000);
   EXPECT_NEAR(status["uptime"].asDouble(), static_cast<double>(world.time.Elapsed()) / 1'000, 2);
   EXPECT_EQ(status["version"], MOORLOG_VERSION);
+  for (const char* date : {"2024-02-30", "2024-13-45"})
+    EXPECT_NE(world.station
+                  ->Answer(std::string("<tarno><moorlog><cfg><clock><date>") + date +
+                           "</date></clock></cfg></moorlog></tarno>")
+                  .find(std::string("time: There is no ") + date),
+              std::string::npos);
 
   world.site.sonic.Set({.rate = 2, .bad_sums = true});
   world.site.gps.SetBadSums(true);
