@@ -112,7 +112,7 @@ class Service {
     Settings fresh;
     try {
       ReadSettings(_argc, _argv, fresh);
-    } catch (const SettingsError& error) {
+    } catch (const std::exception& error) {
       keep(error);
       return _watchdog.Ready("settings that can't be taken");
     }

@@ -10,6 +10,8 @@
 #include <map>
 #include <set>
 #include <sstream>
+#include <string_view>
+#include <utility>
 
 #include "station/wholenumber.h"
 
@@ -33,6 +35,10 @@ std::string CheckPath(const std::string& text) {
   return text.starts_with('/') ? CheckWord(text) : "'" + text + "' doesn't begin with '/'";
 }
 
+std::string CheckUser(const std::string& text) {
+  return text.empty() ? "a user's name is wanted" : "";
+}
+
 CLI::Validator Given(std::string (*check)(const std::string&)) {
   return {[check](std::string& text) { return check(text); }, ""};
 }
@@ -42,9 +48,16 @@ CLI::Validator Optional(std::string (*check)(const std::string&)) {
   return {[check](std::string& text) { return text.empty() ? "" : check(text); }, ""};
 }
 
-// Without a comment, and without blanks around.
+// Without a comment, which doesn't begin within quotes, and without blanks around.
 std::string Bare(const std::string& line) {
-  return CLI::detail::trim_copy(line.substr(0, line.find('#')));
+  size_t end = 0;
+  for (char quote = 0; end < line.size() && (quote != 0 || line[end] != '#'); ++end) {
+    if (quote == 0 && (line[end] == '"' || line[end] == '\''))
+      quote = line[end];
+    else if (line[end] == quote)
+      quote = 0;
+  }
+  return CLI::detail::trim_copy(line.substr(0, end));
 }
 
 class Reader {
@@ -57,7 +70,7 @@ class Reader {
     _Number("--seconds", command.seconds, 1, kMostSeconds, "end after so many seconds");
 
     _Text("--name", settings.name, Optional(CheckName), "what the data files' names begin with");
-    _app.add_option("--user", settings.user, "whose rights the station works with")->type_name("NAME");
+    _Text("--user", settings.user, Given(CheckUser), "whose rights the station works with");
     _Text("--state", settings.state, Given(CheckPath), "directory of what has to survive a restart");
     _Flag("--verbose", settings.verbose, "tell what the parts do");
     _Text("--disk.path", settings.disk.path, Given(CheckPath), "where the disk is mounted");
@@ -123,7 +136,10 @@ class Reader {
     _Text(name, value, Optional(CheckPath), what);
   }
   void _Flag(const std::string& name, bool& value, const std::string& what) {
-    _app.add_option(name, value, what)->capture_default_str()->type_name("true|false");
+    _app.add_option(name, value, what)
+        ->check(CLI::IsMember({"true", "false"}))
+        ->capture_default_str()
+        ->type_name("true|false");
   }
 
   std::string _Path() const { return _file.empty() ? kDefaultFile : _file; }
@@ -150,7 +166,8 @@ class Reader {
   // Where each key stands, as "gps.device", and each section, as "gps."; what else is wrong with the form is CLI11's to
   // say. It would take any line for an array's that begins above and doesn't end: it is given each array on one line.
   std::string _Scan(const std::string& text) {
-    std::istringstream in(text);
+    constexpr std::string_view kByteOrderMark = "\xEF\xBB\xBF";
+    std::istringstream in(text.starts_with(kByteOrderMark) ? text.substr(kByteOrderMark.size()) : text);
     std::string scanned, line, section;
     for (int number = 1; std::getline(in, line); ++number) {
       line = Bare(line);
@@ -162,7 +179,8 @@ class Reader {
           _Fail(section, "there is no section '" + section.substr(0, section.size() - 1) + '\'');
       } else if (!line.empty()) {
         const std::string key = section + CLI::detail::trim_copy(line.substr(0, equals));
-        _lines[key] = number;
+        if (const int before = std::exchange(_lines[key], number); before != 0)
+          _Fail(key, key + ": stands in line " + std::to_string(before) + " already");
         const bool array = equals != std::string::npos && Bare(line.substr(equals + 1)).starts_with('[');
         for (std::string more; array && !line.ends_with(']'); ++number, line += Bare(more))
           if (!std::getline(in, more) || Bare(more).starts_with('[') || more.find('=') != std::string::npos)
@@ -175,15 +193,17 @@ class Reader {
 
   // What the command line has set stays.
   void _ReadFile() {
+    std::error_code unknown;
+    if (_file.empty() && !std::filesystem::exists(_Path(), unknown)) return;  // none is asked for, and none is there
     std::ifstream file(_Path());
-    if (!file) {
-      if (_file.empty()) return;  // none is asked for, and none is there
-      throw SettingsError(_Path() + ": can't be read");
-    }
+    file.peek();  // a directory can be opened
+    if (!file) throw SettingsError(_Path() + ": can't be read");
     std::istringstream in(_Scan(std::string(std::istreambuf_iterator<char>(file), {})));
     std::vector<CLI::ConfigItem> items;
     try {
-      items = CLI::ConfigTOML().from_config(in);
+      CLI::ConfigTOML toml;
+      toml.comment('\0');  // they are off, and it would look within quotes
+      items = toml.from_config(in);
     } catch (const CLI::ParseError& error) {
       _Fail("", error.what());
     }
@@ -192,6 +212,7 @@ class Reader {
       const std::string key = item.fullname();
       CLI::Option* const option = _app.get_option_no_throw("--" + key);
       if (option == nullptr || kCommands.contains(key)) _Fail(key, "there is no key '" + key + "'");
+      if (item.inputs.size() != 1 && option->get_items_expected_max() == 1) _Fail(key, key + ": one value is wanted");
       if (option->count() > 0 || item.inputs.empty()) continue;
       try {
         option->add_result(item.inputs);

@@ -21,10 +21,12 @@ TEST(Settings, AreTakenFromTheFileAndThenFromTheCommandLine) {
   const TempDirectory dir;
   const std::string file = dir / "station.toml";
   dir.Write("station.toml",
-            "name = \"bog-1\"  # a comment\n\n[disk]\nsplit = 010\nboard = true\n[analyser]\nrecord = \"some\"\n"
+            "\xEF\xBB\xBFname = \"bog-1\"  # a comment\n\n[disk]\npath = \"/a#b\"  # 'one\nsplit = 010\nboard = "
+            "true\n[analyser]\nrecord = \"some\"\n"
             "columns = [\"CH4\",  # [1]\n\"TEMP\"]\n[gps]\nrecord = false\n");
   const Settings settings = Read({"--config", file.c_str(), "--name", "bog-2"});
   EXPECT_EQ(settings.name, "bog-2");
+  EXPECT_EQ(settings.disk.path, "/a#b");
   EXPECT_EQ(settings.disk.split, 10);
   EXPECT_TRUE(settings.disk.board && !settings.gps.record && settings.sonic.record);
   EXPECT_EQ(settings.analyser.columns, (std::vector<std::string>{"CH4", "TEMP"}));
@@ -86,8 +88,11 @@ TEST(Settings, NameTheLineOfWhatCantBeTaken) {
       {"state = \"\"", "1: state: '' doesn't begin with '/'"},
       {"[clock]\nintegral=4\nproportional=5", "2: clock.integral: not below clock.proportional, or the clock swings"},
       {"[disk]\n\nsplit = 0", "3: disk.split: '0' is not a whole number from 1 to 604800"},
-      {"[disk]\nsplit = [1,2]", "2: disk.split: At Most 1 required but received 2"},
-      {"[disk]\nsplit=60\nsplit=61", "3: disk.split: At Most 1 required but received 2"},
+      {"[disk]\nsplit = [1,2]", "2: disk.split: one value is wanted"},
+      {"[disk]\nsplit = []", "2: disk.split: one value is wanted"},
+      {"[disk]\nsplit=60\n[gps]\n[disk]\nsplit = nonsense", "5: disk.split: stands in line 2 already"},
+      {"user = ", "1: user: a user's name is wanted"},
+      {"[disk]\nboard = 2", "2: disk.board: 2 not in {true,false}"},
       {"[disk]\npath=\"media\"", "2: disk.path: 'media' doesn't begin with '/'"},
       {"[disk]\npath=\"/a b\"",
        "2: disk.path: '/a b' can't be part of a data file's name: no blanks, quotes and "
@@ -95,14 +100,15 @@ TEST(Settings, NameTheLineOfWhatCantBeTaken) {
       {"name = \"a/b\"", "1: name: 'a/b' is a path, and no name"},
       {"name = \"-a\"",
        "1: name: '-a' can't be part of a data file's name: no blanks, quotes and \\*?[], and no '-' in front"},
-      {"verbose=maybe", "1: Could not convert: --verbose = maybe"},
+      {"verbose=maybe", "1: verbose: maybe not in {true,false}"},
       {"[analyser]\nrecord=\"x\"", "2: analyser.record: x not in {all,some,none}"},
   };
   for (const auto& [text, error] : rows) {
     dir.Write("f", text);
     EXPECT_EQ(ErrorText([&] { Read({"--config", file.c_str()}); }), file + ':' + error);
   }
-  EXPECT_EQ(ErrorText([] { Read({"--config", "/nonexistent"}); }), "/nonexistent: can't be read");
+  for (const std::string path : {"/nonexistent", "/"})
+    EXPECT_EQ(ErrorText([&] { Read({"--config", path.c_str()}); }), path + ": can't be read");
   EXPECT_EQ(ErrorText([] {
               Read({"--clock.integral", "4", "--clock.proportional", "5"});
             }),
