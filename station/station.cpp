@@ -30,6 +30,24 @@ std::string Joined(const std::vector<std::string>& zones) {
   return text;
 }
 
+// No more than waits for a tool: a short request may ask for the document over and over.
+class BoundedText : public std::streambuf {
+ public:
+  std::string text;
+
+ protected:
+  std::streamsize xsputn(const char* data, std::streamsize size) override {
+    if (text.size() + static_cast<size_t>(size) > ControlPort::kLongestQueue)
+      throw std::runtime_error("the answer would be too long");
+    text.append(data, static_cast<size_t>(size));
+    return size;
+  }
+  int_type overflow(int_type c) override {
+    const char data = traits_type::to_char_type(c);
+    return xsputn(&data, 1), c;
+  }
+};
+
 // Resident bytes of this process (proc(5)).
 Json::Int64 Memory() {
   std::ifstream file("/proc/self/statm");
@@ -111,7 +129,9 @@ bool Station::_OfferZones() {
 std::string Station::_Configure(const std::string& text) {
   if (text.find('<') == std::string::npos) throw std::runtime_error("neither a document nor \"status\"");
   std::istringstream in(text);
-  std::ostringstream out;
+  BoundedText answer;
+  std::ostream out(&answer);
+  out.exceptions(std::ios::badbit);  // so that what the text throws gets here
   Configurable::set_compact(out, true);
   std::vector<std::string> errors;
   const auto attempt = [&](const auto& deed) {
@@ -125,12 +145,14 @@ std::string Station::_Configure(const std::string& text) {
   ConfigTimezone& zone = _document.moorlog.cfg.clock.zone;
   const int chosen = zone.get();
   attempt([&] { _document.configure_and_send_events(in, out); });
+  if (out.bad()) answer.text.clear();
+  out.clear();
   if (_OfferZones()) {
     zone.set(chosen);
     zone._set_changed(false);
     errors.emplace_back("zone: the choices are this system's own");
   }
-  const bool is_answered = in.fail() || out.tellp() > 0;
+  const bool is_answered = in.fail() || !answer.text.empty();
   ConfigMoorlog& moorlog = _document.moorlog;
   const bool is_changed = moorlog.IsConfigChanged() || moorlog.factory.has_changed();
   for (std::string& error : _board.Apply(moorlog)) errors.push_back(std::move(error));
@@ -140,9 +162,8 @@ std::string Station::_Configure(const std::string& text) {
   _document._set_changed(false);
   for (const std::string& error : errors) _document.Error(out, error);
   if (errors.empty() && !is_answered) _document.Ack(out);
-  std::string answer = out.str();
-  std::erase(answer, '\n');
-  return answer;
+  std::erase(answer.text, '\n');
+  return std::move(answer.text);
 }
 
 void Station::_Obey(const ConfigCmdMoorlog& commands) {

@@ -104,6 +104,10 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
                            "</date></clock></cfg></moorlog></tarno>")
                   .find(std::string("time: There is no ") + date),
               std::string::npos);
+  std::string queries;
+  while (queries.size() < 70'000) queries += "&query;";
+  EXPECT_EQ(world.station->Answer("<tarno>" + queries + "</tarno>"),
+            "<tarno><moorlog><error>the answer would be too long</error></moorlog></tarno>");
 
   world.site.sonic.Set({.rate = 2, .bad_sums = true});
   world.site.gps.SetBadSums(true);
