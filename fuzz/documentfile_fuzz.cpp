@@ -36,7 +36,7 @@ std::string TextOf(const DocMoorlog& document) {
 }
 
 // Whether the file with these bytes was put aside, which leaves the document as it was.
-bool IsPutAside(const DocumentFile& file, const std::string& bytes, DocMoorlog& document) {
+bool IsPutAside(DocumentFile& file, const std::string& bytes, DocMoorlog& document) {
   const std::string before = TextOf(document);
   std::ofstream(kPath, std::ios::binary) << bytes;
   file.Load(document);
@@ -52,7 +52,7 @@ bool IsPutAside(const DocumentFile& file, const std::string& bytes, DocMoorlog& 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const Silence silence;
   const std::string bytes(reinterpret_cast<const char*>(data), size);
-  const DocumentFile file(kPath);
+  DocumentFile file(kPath);
   if (bytes.find('{') != std::string::npos) return 0;  // a description would change what all documents can choose from
   DocMoorlog document, again;
   document.moorlog.cfg.head.set("before");

@@ -187,6 +187,10 @@ termios LinuxTTYControl::_settings() const {
                     std::strerror(error));
 }
 
+bool LinuxTTYControl::IsBaudRate(int rate) {
+  return std::any_of(std::begin(kSpeeds), std::end(kSpeeds), [rate](const Speed& speed) { return speed.rate == rate; });
+}
+
 LinuxTTYControl::ConfigInfo LinuxTTYControl::configuration() const {
   const termios settings = _settings();
   const tcflag_t flags = settings.c_cflag;

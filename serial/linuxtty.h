@@ -159,6 +159,8 @@ class LinuxTTYControl : public LinuxTTYBase {
   explicit LinuxTTYControl(const std::string& path);
   ~LinuxTTYControl();
 
+  static bool IsBaudRate(int rate);  // one of that list
+
   // As the device has it. A speed outside the list above reads as 0, and so does a character size that is neither 7
   // nor 8. Throws DeviceError.
   ConfigInfo configuration() const;

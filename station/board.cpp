@@ -8,6 +8,7 @@
 
 #include "runtime/runprogram.h"
 #include "runtime/superuser.h"
+#include "serial/linuxtty.h"
 #include "serial/ptpcontrol.h"
 #include "station/rights.h"
 
@@ -35,42 +36,53 @@ long MomentOf(const ConfigCfgClock& clock) {
 
 }  // namespace
 
-std::vector<std::string> Board::Start(const ConfigMoorlog& document) {
-  const ConfigCfgClockPTP& ptp = document.cfg.clock.ptp;
-  if (ptp.get() != 0) _Try(ptp, [&] { _StartPTP(ptp.get()); });
+std::vector<std::string> Board::Start(ConfigMoorlog& document) {
+  ConfigCfgClockPTP& ptp = document.cfg.clock.ptp;
+  if (ptp.get() != 0) _Try(ptp, ptp, [&] { _StartPTP(ptp.get()); });
   return std::exchange(_errors, {});
 }
 
-std::vector<std::string> Board::Apply(const ConfigMoorlog& document) {
-  const ConfigCfgClock& clock = document.cfg.clock;
-  const ConfigCfgNetwork& network = document.cfg.network;
+// Date and time need no putting back: the owner makes them the present ones before each request.
+std::vector<std::string> Board::Apply(ConfigMoorlog& document, const ConfigMoorlog& before) {
+  ConfigCfgMoorlog& cfg = document.cfg;
+  ConfigCfgClock& clock = cfg.clock;
+  ConfigCfgNetwork& network = cfg.network;
   _errors.clear();
-  if (clock.zone.has_changed()) _Try(clock.zone, [&] { _clock.SetZone(clock.zone.get_str()); });
-  if (clock.date.has_changed() || clock.time.has_changed()) _Try(clock.time, [&] { _clock.SetTime(MomentOf(clock)); });
-  if (clock.ptp.has_changed()) _Try(clock.ptp, [&] { _StartPTP(clock.ptp.get()); });
+  if (clock.zone.has_changed()) _Try(clock.zone, before.cfg.clock.zone, [&] { _clock.SetZone(clock.zone.get_str()); });
+  clock.zone.set_str(_clock.CurrentZone());  // it may be in force, and only its file not written
+  if (clock.date.has_changed() || clock.time.has_changed())
+    _Try(clock.time, before.cfg.clock.time, [&] { _clock.SetTime(MomentOf(clock)); });
+  if (clock.ptp.has_changed()) _Try(clock.ptp, before.cfg.clock.ptp, [&] { _StartPTP(clock.ptp.get()); });
   if (network.name.has_changed()) {
-    _Try(network.name, [&] {
+    _Try(network.name, before.cfg.network.name, [&] {
       // hostnamed keeps it across a restart, and needs no right of ours to administer the system.
       // Quotes come off where a blank follows (SplitCmdLine).
       const std::string command = "/usr/bin/hostnamectl set-hostname -- \"" + network.name.get() + "\" ";
       _errands.Do(network.name.get_name(), [command] { RunAsRoot(command); });
     });
   }
+  if (cfg.sonicbaud.has_changed()) {
+    _Try(cfg.sonicbaud, before.cfg.sonicbaud, [&] {
+      if (!LinuxTTYControl::IsBaudRate(cfg.sonicbaud.get())) throw std::runtime_error("no serial port has this rate");
+    });
+  }
+  // Powering the bus takes them.
+  if (cfg.daqm.port.has_changed() && cfg.daqm.port.get() != 0)
+    _Try(cfg.daqm.port, before.cfg.daqm.port, [] { const SuperUser rights; });
   for (const Configurable* item : std::initializer_list<const Configurable*>{
            &network.configuration, &network.ipaddress, &network.netmask, &network.gateway, &document.output.status,
-           &document.output.dataclock, &document.ipaddress, &document.cfg.logger.moorcloudaddress,
-           &document.cfg.logger.moorcloudapikey}) {
+           &document.output.dataclock, &document.ipaddress, &cfg.logger.moorcloudaddress, &cfg.logger.moorcloudapikey})
     if (item->has_changed()) _errors.push_back(item->get_name() + ": kept, and nothing is changed by it on this board");
-  }
   return std::exchange(_errors, {});
 }
 
-template <class Deed>
-void Board::_Try(const Configurable& item, Deed deed) {
+template <class Item, class Deed>
+void Board::_Try(Item& item, const Item& before, Deed deed) {
   const EffectiveUser user;
   try {
     deed();
   } catch (const std::exception& error) {
+    item.set(before.get());
     _errors.push_back(item.get_name() + ": " + error.what());
   }
 }

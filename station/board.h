@@ -2,8 +2,9 @@
 // protocol, its name.
 //
 // What this program doesn't change on a board (its addresses, which are the system's network manager's, and what
-// nothing here reads) is answered with an error. So is what the system refuses; the rest is done all the same. What
-// other programs do for it (name, time protocol, reboot) goes on behind the answer, and a failure of theirs is told.
+// nothing here reads) is answered with an error. So is what the system refuses, which the document then doesn't say any
+// more; the rest is done all the same. What other programs do for it (name, time protocol, reboot) goes on behind the
+// answer, and a failure of theirs is told.
 //
 // Thread: the poll loop's.
 
@@ -22,17 +23,17 @@ class Board {
   explicit Board(LinuxClock& clock) : _clock(clock) {}
 
   // What doesn't outlive a start of the system: a part in the time protocol that was chosen. Returns what went wrong.
-  std::vector<std::string> Start(const ConfigMoorlog& document);
+  std::vector<std::string> Start(ConfigMoorlog& document);
 
-  // Looks at the marks of change, and returns what went wrong.
-  std::vector<std::string> Apply(const ConfigMoorlog& document);
+  // Looks at the marks of change, and returns what went wrong: that is then again as `before`, which was in force.
+  std::vector<std::string> Apply(ConfigMoorlog& document, const ConfigMoorlog& before);
 
   // Throws std::runtime_error without the right to.
   void Reboot();
 
  private:
-  template <class Deed>
-  void _Try(const Configurable& item, Deed deed);
+  template <class Item, class Deed>
+  void _Try(Item& item, const Item& before, Deed deed);
   void _StartPTP(int choice);
 
   LinuxClock& _clock;

@@ -9,17 +9,23 @@
 
 #include "config/docmoorlog.h"
 
+// All values that a document can set.
+void Copy(const DocMoorlog& from, DocMoorlog& to);
+
 class DocumentFile {
  public:
   explicit DocumentFile(std::string path) : _path(std::move(path)) {}
 
-  // The document as it was stored. Without a file, or with a damaged one, it is as it was. Commands are never stored.
-  // Afterwards nothing is marked as changed. Throws ErrnoError where a damaged file can't be put aside.
-  void Load(DocMoorlog& document) const;
+  // The document as it was stored. Without a file, or with a damaged one, it is as it was. Commands, date and time are
+  // never stored. Afterwards nothing is marked as changed. A zone that isn't among the choices is told and left out.
+  // Throws ErrnoError where a damaged file can't be put aside.
+  void Load(DocMoorlog& document);
 
-  // Throws ErrnoError, or std::runtime_error, with the old file as it was.
-  void Save(const DocMoorlog& document) const;
+  // Nothing where the file holds the same already. Throws ErrnoError, or std::runtime_error, with the old file as it
+  // was.
+  void Save(const DocMoorlog& document);
 
  private:
   const std::string _path;
+  std::string _stored;  // what the file holds
 };

@@ -3,6 +3,7 @@
 #include <charconv>
 #include <exception>
 #include <iostream>
+#include <stdexcept>
 #include <utility>
 
 #include "station/rights.h"
@@ -67,6 +68,7 @@ void StationModules::GotDAQMPowerOff() {
 }
 
 void StationModules::Live(bool on) {
+  if (on && (!IsConnected() || SerialNumbers().empty())) throw std::runtime_error("no modules are connected");
   if (_session) on ? _session->StartLiveData() : _session->StopLiveData();
 }
 

@@ -29,6 +29,7 @@ class StationModules : public Instrument, private DAQM::Listener {
   void LookAtDisk() override;
   void Record(bool on) override { _wanted = on; }
 
+  // Throws std::runtime_error where there is no module that could be switched on.
   void Live(bool on);
   void GotFix(long seconds);  // of the GPS, since 1970
 

@@ -142,7 +142,12 @@ std::string Station::_Configure(const std::string& text) {
     }
   };
   _OfferZones();  // the analyser's document may have described others
-  ConfigTimezone& zone = _document.moorlog.cfg.clock.zone;
+  ConfigMoorlog& moorlog = _document.moorlog;
+  ConfigTimezone& zone = moorlog.cfg.clock.zone;
+  moorlog.cfg.clock.TimeDate(static_cast<long>(_linux_clock.TimeT()));
+  _document._set_changed(false);
+  DocMoorlog before;
+  Copy(_document, before);
   const int chosen = zone.get();
   attempt([&] { _document.configure_and_send_events(in, out); });
   if (out.bad()) answer.text.clear();
@@ -153,12 +158,13 @@ std::string Station::_Configure(const std::string& text) {
     errors.emplace_back("zone: the choices are this system's own");
   }
   const bool is_answered = in.fail() || !answer.text.empty();
-  ConfigMoorlog& moorlog = _document.moorlog;
-  const bool is_changed = moorlog.IsConfigChanged() || moorlog.factory.has_changed();
-  for (std::string& error : _board.Apply(moorlog)) errors.push_back(std::move(error));
+  for (std::string& error : _board.Apply(moorlog, before.moorlog)) errors.push_back(std::move(error));
   _ApplyToInstruments();
-  if (is_changed) attempt([&] { _file.Save(_document); });
+  attempt([&] { _file.Save(_document); });
   attempt([&] { _Obey(moorlog.cmd); });
+  attempt([&] {
+    if (moorlog.cmd.reboot.get()) _board.Reboot();
+  });
   _document._set_changed(false);
   for (const std::string& error : errors) _document.Error(out, error);
   if (errors.empty() && !is_answered) _document.Ack(out);
@@ -175,7 +181,6 @@ void Station::_Obey(const ConfigCmdMoorlog& commands) {
   if (commands.ejectusb.get()) _disk.Eject();
   if (commands.startdaqmlivemeasure.get()) _modules.Live(true);
   if (commands.stopdaqmlivemeasure.get()) _modules.Live(false);
-  if (commands.reboot.get()) _board.Reboot();
 }
 
 void Station::_ApplyToInstruments() {
@@ -211,7 +216,19 @@ void Station::HandleTimeout() {
   if (_second == 0) _EachMinute();
 }
 
+// Once more for what could not be stored when it was changed.
+void Station::_Keep() {
+  try {
+    _OfferZones();
+    _file.Save(_document);
+    _told.clear();
+  } catch (const std::exception& error) {
+    if (std::exchange(_told, error.what()) != error.what()) std::cout << "ERROR: " << error.what() << std::endl;
+  }
+}
+
 void Station::_EachMinute() {
+  _Keep();
   ForEach(_table, [](Instrument& each) { each.LookAtDisk(); });
   // Files take no more than what is used: while that is little there is no need to look at each of them.
   if (_disk.IsThere() && _disk.Used() >= _settings.disk.percent)

@@ -62,6 +62,7 @@ class Station : private Disk::Listener, private PollTimer {
 
   std::string _Configure(const std::string& text);
   bool _OfferZones();
+  void _Keep();
   void _Obey(const ConfigCmdMoorlog& commands);
   void _ApplyToInstruments();
   void _Record(bool on);
@@ -92,6 +93,7 @@ class Station : private Disk::Listener, private PollTimer {
   class ControlPort _control;
   const int64_t _started;  // on PollTimer's clock
   bool _recording = true;
+  std::string _told;  // why the document isn't stored
   int64_t _lost = 0;  // lines of all files, a second ago
   int _second = 0;    // of the minute
 };

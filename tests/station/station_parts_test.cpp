@@ -27,6 +27,7 @@
 #include "station/modules.h"
 #include "station/recordfiles.h"
 #include "station/rights.h"
+#include "station/station.h"
 #include "station/stationclock.h"
 #include "tests/station/settable_time.h"
 #include "tests/support/captured_output.h"
@@ -437,19 +438,60 @@ TEST(Board, HandsOnWhatTheSystemHasToDo) {
     const CapturedOutput output;
     Board owner(clock);
     ConfigMoorlog document;
+    const ConfigMoorlog before;
     document._set_changed(false);
     for (const int choice : {2, 1}) {
       document.cfg.clock.ptp.set(choice);
-      EXPECT_EQ(owner.Apply(document).size(), 0U);
+      EXPECT_EQ(owner.Apply(document, before).size(), 0U);
     }
     document._set_changed(false);
     document.cfg.network.name.set("bog 1");
-    EXPECT_EQ(owner.Apply(document).size(), 0U);
+    EXPECT_EQ(owner.Apply(document, before).size(), 0U);
     owner.Reboot();
     EXPECT_TRUE(PollUntil([&] { return output.Text() == "ERROR: reboot: the system refuses\n"; }, 60'000));
     EXPECT_EQ(
         dir.Read("calls"),
         "systemctl start ptpd\nsystemctl start ptpd_slave\nhostnamectl set-hostname -- bog 1\nsystemctl reboot\n");
+  });
+}
+
+TEST(Board, KeepsWhatIsInForceWhereTheSystemRefuses) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  ExpectInChild([] {
+    const auto in_cfg = [](const std::string& what) {
+      return "<tarno><moorlog><cfg>" + what + "</cfg></moorlog></tarno>";
+    };
+    WorkAs("nobody");
+    const TempDirectory dir;
+    for (const char* name : {"zones/UTC", "zones/Here", "disk/x", "rtc"}) dir.Write(name, "");
+    dir.Write("state/moorlog.xml", in_cfg("<head>127.0.0.1</head><clock><zone>US/Gone</zone></clock>"));
+    VirtualTime time;
+    settable_time = &time;
+    board = {};
+    Settings settings;
+    settings.state = dir / "state";
+    settings.disk.path = dir / "disk";
+    settings.control.port = 0;
+    settings.clock.rtc = dir / "rtc";
+    const CapturedOutput output;
+    Station station(settings, {dir / "zones", dir / "link", dir / "zone"});
+    EXPECT_NE(output.Text().find("US/Gone"), std::string::npos);
+    station.Answer(in_cfg("<clock><time>12:00:00</time></clock>"));
+    EXPECT_EQ(StationClock::Now().seconds, 1'709'294'400) << "today";
+    settable_time = nullptr;
+    EXPECT_EQ(setresuid(geteuid(), geteuid(), geteuid()), 0);
+    const auto all = [&] { return station.Answer(in_cfg("&query;")); };
+    const std::string in_force = all();
+    for (const char* text : {"<time>12:00:00</time><date>2024-03-01</date><zone>UTC</zone>", "<head>127.0.0.1</head>"})
+      EXPECT_NE(in_force.find(text), std::string::npos) << in_force;
+    for (const std::string what :
+         {"<clock><zone>Here</zone></clock>", "<clock><time>13:00:00</time></clock>",
+          "<clock><ptp>preferred</ptp></clock>", "<network><name>bog</name></network>", "<sonicbaud>12345</sonicbaud>",
+          "<daqm><port>1</port></daqm>", "</cfg><cmd><startdaqmlivemeasure>true</startdaqmlivemeasure></cmd><cfg>"})
+      for (int round = 0; round < 2; ++round) {
+        EXPECT_NE(station.Answer(in_cfg(what)).find("<error>"), std::string::npos) << what << round;
+        EXPECT_EQ(all(), in_force);
+      }
   });
 }
 

@@ -130,6 +130,7 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
             std::string::npos);
   EXPECT_FALSE(world.Status()["recording"].asBool());
   std::filesystem::create_directory(world.dir / "state");
+  EXPECT_TRUE(World::Becomes([&] { return std::filesystem::exists(world.dir / "state/moorlog.xml"); }, 61));
   world.station->Answer(world.site.Document());
   struct stat kept, after;
   stat((world.dir / "state/moorlog.xml").c_str(), &kept);
@@ -139,8 +140,8 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
 
   world.site.button.Press();
   world.site.button.Release();
-  EXPECT_TRUE(World::Becomes([&] { return world.site.button.LED() == 'N'; }, 60));
-  EXPECT_FALSE(world.Status()["recording"].asBool());
+  EXPECT_TRUE(
+      World::Becomes([&] { return world.site.button.LED() == 'N' && !world.Status()["recording"].asBool(); }, 60));
   world.station->Answer("<tarno><moorlog><cmd><logusbstart>true</logusbstart></cmd></moorlog></tarno>");
   world.site.button.Hold();
   EXPECT_TRUE(World::Becomes([&] { return world.site.button.LED() == 'E'; }, 60));
