@@ -103,8 +103,9 @@ void RenameFile(const std::string& from, const std::string& to) {
 
 void ReplaceFile(const std::string& path, const std::string& text) {
   const std::string beside = path + ".new";
-  StreamFileBase file(open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644));
-  if (!file.IsOpen()) ThrowErrno("Unable to open: ", beside);
+  const int fd = open(beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  if (fd < 0) ThrowErrno("Unable to open: ", beside);
+  StreamFileBase file(fd);
   file.OStream() << text << std::flush;
   if (!file.OStream().good()) throw std::runtime_error("Unable to write: " + beside);
   if (fsync(file.Fileno()) != 0) ThrowErrno("Unable to sync: ", beside);

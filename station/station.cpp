@@ -1,5 +1,6 @@
 #include "station/station.h"
 
+#include <fcntl.h>
 #include <jsoncpp/json/writer.h>
 #include <unistd.h>
 
@@ -9,6 +10,7 @@
 #include <sstream>
 #include <utility>
 
+#include "runtime/errnoexcept.h"
 #include "runtime/filesystem.h"
 #include "station/analyser.h"
 #include "station/campbell.h"
@@ -21,6 +23,8 @@ constexpr int kSecond = 1'000;  // milliseconds
 
 std::string Checked(const std::string& directory) {
   MkDirectory(directory);
+  if (faccessat(AT_FDCWD, directory.c_str(), R_OK | W_OK | X_OK, AT_EACCESS) != 0)
+    ThrowErrno("Unable to write to: ", directory);
   return directory;
 }
 

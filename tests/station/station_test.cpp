@@ -126,7 +126,7 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   EXPECT_NE(world.station
                 ->Answer("<tarno><moorlog><cfg><head>x</head></cfg><cmd><logusbstop>true</logusbstop></cmd></moorlog>"
                          "</tarno>")
-                .find("<error>"),
+                .find("<error>Unable to open: " + world.dir.Path()),
             std::string::npos);
   EXPECT_FALSE(world.Status()["recording"].asBool());
   std::filesystem::create_directory(world.dir / "state");
