@@ -80,6 +80,7 @@ void DAQMLogFile::SetData(long time, const std::vector<double>& values) {
 }
 
 bool DAQMLogFile::LogData() try {
+  _written = false;
   if (_time < kClockIsSet) return false;
   const tm local = LocalTime(_time);
   if (local.tm_yday != _yday) {
@@ -91,6 +92,7 @@ bool DAQMLogFile::LogData() try {
   if (!_file.is_open()) return false;
   if (opens) _file << _file_header;
   _file << _file_data << std::flush;
+  _written = _file.good();
   return opens;
 } catch (const std::exception& error) {
   std::cout << "ERROR logging DAQM data: " << error.what() << std::endl;

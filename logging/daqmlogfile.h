@@ -7,7 +7,8 @@
 // docs/data-files.md has an example.
 //
 // A file that can't be opened loses the row without a word, and the next row tries again. A write that fails, as when
-// the disk is full, leaves the file in its error state: its rows are lost, without a word too, until it ends.
+// the disk is full, leaves the file in its error state: its rows are lost, without a word too, until it ends. IsWritten
+// tells of each row.
 //
 // No callbacks; any one thread. The zone in force is read anew for each row (tzset(3)).
 
@@ -32,6 +33,10 @@ class DAQMLogFile {
   // Writes the row once for each call; a row from before September 2001 isn't written, as its clock hasn't been set.
   // True when that opened a file. An exception on the way is told on standard output.
   bool LogData();
+  // Whether the last call of that has written its row.
+  bool IsWritten() const { return _written; }
+  // The path of the file that is open; empty: none.
+  std::string File() const { return _file.is_open() ? _filename : ""; }
 
   // Two lines, names and units, and one: what the file has but date and time, with the prefix in place of "DATA".
   const std::string& StationHeader() const { return _station_header; }
@@ -54,4 +59,5 @@ class DAQMLogFile {
   std::ofstream _file;  // without a buffer: it would offer again what a failed write has half written
   long _time = 0;       // of the row
   int32_t _yday = 0;    // of the file
+  bool _written = false;
 };

@@ -5,9 +5,12 @@
 
 #pragma once
 
+#include <cstdint>
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <optional>
+#include <string>
 #include <vector>
 
 #include "config/docmoorlog.h"
@@ -39,6 +42,15 @@ class Instrument {
   }
   // Where its records go; nullptr where that isn't a family of lines.
   virtual RecordFiles* Files() { return nullptr; }
+  // What became of its records; nothing of one that keeps none.
+  struct Kept {
+    std::string file;  // the one that is open; empty: none
+    int64_t written = 0, lost = 0;
+  };
+  virtual std::optional<Kept> WhatIsKept() {
+    if (Files() == nullptr) return {};
+    return Kept{Files()->File(), Files()->Written(), Files()->Lost()};
+  }
 
   const Tally& Records() const { return _records; }
 

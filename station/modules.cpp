@@ -8,6 +8,13 @@
 
 #include "station/rights.h"
 
+namespace {
+
+constexpr int64_t kSecond = 1'000'000'000;  // nanoseconds
+constexpr int64_t kPatience = 300 * kSecond, kHour = 3'600 * kSecond;
+
+}  // namespace
+
 StationModules::StationModules(const Settings& settings, const Disk& disk, std::function<void()> power_goes)
     : _settings(settings),
       _disk(disk),
@@ -24,38 +31,66 @@ void StationModules::Apply(const ConfigMoorlog& document) {
 }
 
 void StationModules::Look() {
-  if (_port != 0 && !IsConnected()) _Connect();
+  if (_port != 0 && (!IsConnected() || _session->IsSilent())) _Connect();
 }
 
 // A new session each time: what the modules were called on another port is forgotten.
 void StationModules::_Connect() {
   const EffectiveUser user;
+  _Disconnect();
+  if (_port == 0 || (_settings.modules.record && !(_wanted && _HasRoom()))) return;
   try {
-    _session.reset();
-    if (_port == 0) return;
     _session.emplace(_records, _settings.verbose);
     _session->RegisterListener(this);
     _session->Connect(_port);
     _told = false;
   } catch (const std::exception& error) {
-    _session.reset();
+    _Disconnect();
     if (!std::exchange(_told, true)) std::cout << "ERROR: the modules can't be had: " << error.what() << std::endl;
   }
 }
 
-void StationModules::_Session::GotDAQMLine(std::string line) {
+// The line of the power may have gone.
+void StationModules::_Disconnect() {
+  if (_session) try {
+      _session->Disconnect();
+    } catch (const std::exception& error) {
+      std::cout << "ERROR: the modules' power: " << error.what() << std::endl;
+    }
+  _session.reset();
+}
+
+bool StationModules::_Session::IsSilent() const {
+  return Now() - _heard >= kPatience;
+}
+
+void StationModules::_Session::GotDAQMLine(std::string line) try {
   constexpr size_t kDigits = 8;  // and the line feed
   if (line.starts_with('{') && line.size() > kDigits) {
     uint32_t sum = 0;
     const char* const end = line.data() + line.size() - 1;
     std::from_chars(end - kDigits, end, sum, 16);
-    if (sum != _CalculateChecksum(_SkipHopCount(line, true))) _tally.CountBadSum();
+    if (sum == _CalculateChecksum(_SkipHopCount(line, true)))
+      _heard = Now();
+    else
+      _tally.CountBadSum();
   }
   DAQM::GotDAQMLine(std::move(line));
+} catch (const std::exception& error) {
+  _tally.CountBadSum();
+  if (Now() < _quiet) return;
+  _quiet = Now() + kHour;
+  std::cout << "ERROR: a line of the modules' bus: " << error.what() << std::endl;
 }
 
 void StationModules::LookAtDisk() {
-  if (!_disk.IsThere()) _EndFiles();
+  for (_DayFile* file : {&_rows, &_backup, &_live})
+    if (!_disk.IsThere() || file->HasFailed()) file->Close();
+}
+
+void StationModules::Record(bool on) {
+  _wanted = on;
+  if (!on) _EndFiles();
 }
 
 void StationModules::_EndFiles() {
@@ -82,7 +117,7 @@ void StationModules::GotDAQMHeader(const std::vector<std::string>& names, const 
 
 void StationModules::GotDAQMData(long time, const std::vector<double>& values) {
   _records.Count();
-  if (_MayWrite()) _rows.Write(time, values);
+  _Write(_rows, time, values);
 }
 
 void StationModules::GotDAQMBackupHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) {
@@ -91,7 +126,7 @@ void StationModules::GotDAQMBackupHeader(const std::vector<std::string>& names, 
 
 void StationModules::GotDAQMBackupData(long time, const std::vector<double>& values) {
   _records.Count();
-  if (_MayWrite()) _backup.Write(time, values);
+  _Write(_backup, time, values);
 }
 
 void StationModules::GotDAQMLiveHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) {
@@ -99,7 +134,12 @@ void StationModules::GotDAQMLiveHeader(const std::vector<std::string>& names, co
 }
 
 void StationModules::GotDAQMLiveData(long time, const std::vector<double>& values) {
-  if (_MayWrite()) _live.Write(time, values);
+  _Write(_live, time, values);
+}
+
+void StationModules::_Write(_DayFile& file, long time, const std::vector<double>& values) {
+  if (!_settings.modules.record || !_wanted) return;
+  ++(_HasRoom() && file.Write(time, values) ? _written : _lost);
 }
 
 void StationModules::_DayFile::SetHeader(const std::vector<std::string>& names, const std::vector<std::string>& units) {
@@ -108,7 +148,8 @@ void StationModules::_DayFile::SetHeader(const std::vector<std::string>& names, 
   _file.SetHeader(names, units);
 }
 
-void StationModules::_DayFile::Write(long time, const std::vector<double>& values) {
+bool StationModules::_DayFile::Write(long time, const std::vector<double>& values) {
   _file.SetData(time, values);
   _file.LogData();
+  return _file.IsWritten();
 }

@@ -4,6 +4,12 @@
 //   2024-05-01-000004-modules.txt      2024-05-01-101500-backup.txt      2024-05-01-101730-live.txt
 //
 // The document says which port they are on. Powering the bus takes root's rights; without them the modules stay off.
+//
+// The bus is opened only while rows can be written: as soon as the drm finds this side ready it hands out what it has
+// kept, and hands it out once. When the disk goes later the bus stays open all the same, and the rows are counted as
+// lost: closing it would take the modules' power, and what they don't measure nobody keeps. A bus on which nothing
+// right has come for five minutes is closed and opened again: who hasn't heard the one question at its beginning is
+// never asked again.
 
 #pragma once
 
@@ -22,12 +28,14 @@ class StationModules : public Instrument, private DAQM::Listener {
  public:
   // The disk outlives this. `power_goes` is called when the bus has told so.
   StationModules(const Settings& settings, const Disk& disk, std::function<void()> power_goes);
+  ~StationModules() noexcept(false) override { _Disconnect(); }
 
   bool IsConnected() const override { return _session && !_session->IsHungUp(); }
   void Apply(const ConfigMoorlog& document) override;
   void Look() override;
   void LookAtDisk() override;
-  void Record(bool on) override { _wanted = on; }
+  void Record(bool on) override;
+  std::optional<Kept> WhatIsKept() override { return Kept{_rows.File(), _written, _lost}; }
 
   // Throws std::runtime_error where there is no module that could be switched on.
   void Live(bool on);
@@ -38,14 +46,19 @@ class StationModules : public Instrument, private DAQM::Listener {
  private:
   static constexpr uint64_t kRoom = 65'536;  // bytes
 
-  // Counts the lines whose sum is wrong, which the session tells in words only.
+  // Counts the lines whose sum is wrong, which the session tells in words only, and bears those that are too short to
+  // have one.
   class _Session : public DAQM {
    public:
     _Session(Tally& tally, bool verbose) : DAQM(verbose, false), _tally(tally) {}
     void GotDAQMLine(std::string line) override;
+    bool IsSilent() const;
 
    private:
     Tally& _tally;
+    // On PollTimer's clock.
+    int64_t _heard = Now();  // a right line, or the beginning
+    int64_t _quiet = 0;      // no word about short lines until then
   };
 
   class _DayFile {
@@ -53,7 +66,9 @@ class StationModules : public Instrument, private DAQM::Listener {
     _DayFile(const std::string& directory, const std::string& suffix) : _file(directory, suffix, "DAQM") {}
     void SetHeader(const std::vector<std::string>& names, const std::vector<std::string>& units);
     void Close() { _file.SetHeader(_names, _units); }  // a header, whichever, ends the file
-    void Write(long time, const std::vector<double>& values);
+    bool Write(long time, const std::vector<double>& values);
+    std::string File() const { return _file.File(); }
+    bool HasFailed() const { return !File().empty() && !_file.IsWritten(); }
 
    private:
     DAQMLogFile _file;
@@ -61,11 +76,11 @@ class StationModules : public Instrument, private DAQM::Listener {
   };
 
   void _Connect();
+  void _Disconnect();
   void _EndFiles();
   // On a disk without room a row would be cut.
-  bool _MayWrite() const {
-    return _settings.modules.record && _wanted && _disk.IsStillThere() && _disk.Available() >= kRoom;
-  }
+  bool _HasRoom() const { return _disk.IsStillThere() && _disk.Available() >= kRoom; }
+  void _Write(_DayFile& file, long time, const std::vector<double>& values);
 
   void GotDAQMSerial(std::string /*id*/, std::string /*serial*/) override {}
   void GotDAQMVersion(std::string /*id*/, std::string /*version*/) override {}
@@ -85,6 +100,7 @@ class StationModules : public Instrument, private DAQM::Listener {
   _DayFile _rows, _backup, _live;
   unsigned _port = 0;
   bool _wanted = true;
-  bool _told = false;  // why they can't be had
+  bool _told = false;               // why they can't be had
+  int64_t _written = 0, _lost = 0;  // rows
   std::optional<_Session> _session;
 };

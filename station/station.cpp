@@ -102,9 +102,9 @@ Station::Station(Settings settings, const ZonePlaces& places, const StationOrder
   _document._set_changed(false);
 
   _disk.RegisterListener(this);
+  if (!orders.recording) _Record(false);
   _ApplyToInstruments();
   ForEach(_table, [](Instrument& each) { each.Look(); });
-  if (!orders.recording) _Record(false);
   _EachMinute();
 }
 
@@ -242,7 +242,7 @@ void Station::_EachMinute() {
 StationButton::Light Station::_Light() {
   int64_t lost = 0;
   for (const InstrumentRow& row : _table)
-    if (row.instrument->Files() != nullptr) lost += row.instrument->Files()->Lost();
+    if (const auto kept = row.instrument->WhatIsKept()) lost += kept->lost;
   const bool is_losing = std::exchange(_lost, lost) != lost;
   if (!_recording) return StationButton::Off;
   return _disk.IsThere() && !is_losing ? StationButton::On : StationButton::Error;
@@ -259,10 +259,10 @@ std::string Station::Status() const {
     line["bad_sums"] = Json::Int64{records.BadSums()};
     if (records.Last() != 0) line["last"] = Json::Int64{records.Last()};
     line["silent"] = row.silent > 0 && !records.CameWithin(row.silent);
-    if (RecordFiles* const files = row.instrument->Files(); files != nullptr) {
-      if (!files->File().empty()) line["file"] = files->File();
-      line["written"] = Json::Int64{files->Written()};
-      line["lost"] = Json::Int64{files->Lost()};
+    if (const auto kept = row.instrument->WhatIsKept()) {
+      if (!kept->file.empty()) line["file"] = kept->file;
+      line["written"] = Json::Int64{kept->written};
+      line["lost"] = Json::Int64{kept->lost};
     }
   }
   status["recording"] = _recording;

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <optional>
 
 #include "emulators/temp_directory.h"
@@ -13,18 +15,22 @@ namespace {
 TEST(DAQMLogFile, TellsWhyARowIsLost) {
   const TempDirectory dir;
   dir.Write("plain", "");
+  setenv("TZ", "UTC0", 1);
+  std::filesystem::create_symlink("/dev/full", dir / "2001-09-09-014640.full");
   struct Row {
     std::string directory, suffix, output;
-    bool opened;
+    bool opened, written;
   };
   for (const Row& row :
        {Row{dir / "plain", ".txt",
-            "ERROR logging DAQM data: Unable to create directory: \"" + (dir / "plain/") + "\": File exists\n", false},
+            "ERROR logging DAQM data: Unable to create directory: \"" + (dir / "plain/") + "\": File exists\n", false,
+            false},
         Row{dir / "a/b", ".txt",
             "ERROR logging DAQM data: Unable to create directory: \"" + (dir / "a/b/") +
                 "\": No such file or directory\n",
-            false},
-        Row{dir / "made", "/none", "", false}, Row{dir / "made/", ".txt", "", true}}) {
+            false, false},
+        Row{dir / "made", "/none", "", false, false}, Row{dir / "made/", ".txt", "", true, true},
+        Row{dir.Path(), ".full", "", true, false}}) {
     DAQMLogFile log(row.directory, row.suffix, "X");
     log.SetHeader({}, {});
     log.SetData(1'000'000'000, {});
@@ -33,6 +39,7 @@ TEST(DAQMLogFile, TellsWhyARowIsLost) {
     const std::string text = output->Text();
     output.reset();
     EXPECT_EQ(opened, row.opened) << row.directory;
+    EXPECT_EQ(log.IsWritten(), row.written) << row.directory;
     EXPECT_EQ(text, row.output);
   }
 }

@@ -2,11 +2,13 @@
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/timex.h>
 
 #include <algorithm>
 #include <array>
 #include <cmath>
+#include <csignal>
 #include <filesystem>
 #include <fstream>
 
@@ -346,7 +348,7 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     const auto attach = [&] { DAQM::port_to_dev.at(1).device = bus.emplace(DAQMBus::Settings{.interval = 10}).Path(); };
     attach();
     const Settings settings;
-    Disk disk(dir.Path(), true);
+    Disk disk(dir.Path(), true, true);
     int power_cuts = 0;
     StationModules modules(settings, disk, [&] { ++power_cuts; });
     ConfigMoorlog document;
@@ -361,23 +363,45 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
       for (const auto& [kind, size] : after) kinds += size > before[kind] ? kind : "";
       return kinds;
     };
-    EXPECT_EQ(growing(), "-backup.txt-modules.txt");
+    EXPECT_EQ(growing(), "");
+    disk.Use();
+    modules.Look();
+    EXPECT_EQ(growing(), "-backup.txt-modules.txt") << "what was kept waits for the disk";
     for (const std::string& name : dir.Names())
       EXPECT_NE(dir.Read(name).find('\t' + DAQMBus::NameOf(0, 1)), std::string::npos) << name;
     modules.Live(true);
     bus->Misbehave(DAQMBus::kBadSum, 0);
+    for (int i = 0; i < 99; ++i) bus->SayAsIs("{}\n");
     EXPECT_EQ(growing(), "-live.txt-modules.txt");
-    EXPECT_EQ(modules.Records().BadSums(), 1);
+    EXPECT_EQ(modules.Records().BadSums(), 100);
+    const int64_t written = modules.WhatIsKept()->written;
+    EXPECT_GT(written, 20);
+    const rlimit none{0, RLIM_INFINITY}, any{RLIM_INFINITY, RLIM_INFINITY};
+    signal(SIGXFSZ, SIG_IGN);
+    setrlimit(RLIMIT_FSIZE, &none);
+    EXPECT_EQ(growing(), "");
+    setrlimit(RLIMIT_FSIZE, &any);
+    std::cout.clear();
+    modules.LookAtDisk();
+    const std::string failed = modules.WhatIsKept()->file;
+    EXPECT_EQ(growing(), "-live.txt-modules.txt");
+    EXPECT_NE(modules.WhatIsKept()->file, failed);
     modules.Record(false);
+    EXPECT_EQ(modules.WhatIsKept()->file, "");
     EXPECT_EQ(growing(), "");
     modules.Record(true);
     disk.Eject();
     modules.LookAtDisk();
+    const int64_t lost = modules.WhatIsKept()->lost;
+    EXPECT_GT(lost, 5);
     EXPECT_EQ(growing(), "");
+    EXPECT_GT(modules.WhatIsKept()->lost, lost + 5);
     disk.Use();
     modules.Live(false);
     PollFor(2'000);  // the last row
     EXPECT_EQ(growing(), "-modules.txt");
+    modules.Look();
+    EXPECT_NE(modules.SerialNumbers(), "") << "the same session";
     bus->Misbehave(DAQMBus::kPowerOff, 0);
     PollFor(30'000);
     EXPECT_EQ(power_cuts, 1);
@@ -386,8 +410,18 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     PollFor(2'000);
     EXPECT_FALSE(modules.IsConnected());
     attach();
+    bus->SetPower(false);
     modules.Look();
-    EXPECT_EQ(growing(), "-backup.txt-modules.txt");
+    PollFor(240'000);
+    bus->SetPower(true);
+    for (const char* kinds : {"", "-backup.txt-modules.txt"}) {
+      modules.Look();
+      EXPECT_EQ(growing(), kinds) << "nobody has heard the question";
+    }
+    std::filesystem::remove("/sys/class/gpio/gpio13/value");
+    document.cfg.daqm.port.set(0);
+    modules.Apply(document);
+    EXPECT_FALSE(modules.IsConnected());
   });
 }
 
