@@ -16,8 +16,10 @@ void StationButton::Look() {
       _device->RegisterListener(this);
     }
     _Light();
-  } catch (const std::runtime_error&) {
+    _absence.Over();
+  } catch (const std::runtime_error& error) {
     _device.reset();
+    _absence.Tell(error);
   }
 }
 

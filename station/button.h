@@ -8,6 +8,7 @@
 #include <string>
 
 #include "serial/usbbuttondevice.h"
+#include "station/absence.h"
 #include "station/instrument.h"
 #include "station/pluggeddevice.h"
 #include "station/settings.h"
@@ -41,6 +42,7 @@ class StationButton : public Instrument, private UsbButtonDevice::Listener {
 
   const std::string _path;
   std::optional<PluggedDevice<UsbButtonDevice>> _device;
+  Absence _absence;
   _Later _pressed, _held;
   bool _long = false;  // the press that is under way
   Light _light = Off;

@@ -49,7 +49,9 @@ void StationGPS::Look() {
     _pulse.emplace(_pulse_path, _verbose);
     _pulse->RegisterListener(this);
     _pulsed = now;
-  } catch (const std::runtime_error&) {  // still away
+    _pulse_absence.Over();
+  } catch (const std::runtime_error& error) {  // still away
+    _pulse_absence.Tell(error);
   }
 }
 

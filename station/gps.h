@@ -10,6 +10,7 @@
 
 #include "serial/gpsdevice.h"
 #include "serial/ppsdevice.h"
+#include "station/absence.h"
 #include "station/instrument.h"
 #include "station/pluggeddevice.h"
 #include "station/serialport.h"
@@ -50,6 +51,7 @@ class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDe
   SumCounter _sums{'$', '*', _records};
   SerialPort<GPSDevice> _port;
   std::optional<PluggedDevice<PPSDevice>> _pulse;
+  Absence _pulse_absence;
   int64_t _pulsed = 0;  // when the last one came, or the device was opened; on PollTimer's clock
   bool _fix = false;
   std::optional<Position> _position;

@@ -1,5 +1,5 @@
 // A device on a serial port that may be away, at the start too, and comes back: it is made anew then, within ten
-// seconds.
+// seconds. Why it can't be had is told once for each time that it is away.
 //
 //   SerialPort<SonicDevice> port([this](auto& device) { device.emplace(path, 1, bps, false); ... });
 //   port.Look();  // at the start, and every ten seconds
@@ -10,6 +10,8 @@
 #include <optional>
 #include <stdexcept>
 #include <utility>
+
+#include "station/absence.h"
 
 template <class Device>
 class SerialPort {
@@ -28,8 +30,10 @@ class SerialPort {
     _device.reset();
     try {
       _open(_device);
-    } catch (const std::runtime_error&) {
+      _absence.Over();
+    } catch (const std::runtime_error& error) {
       _device.reset();  // still away
+      _absence.Tell(error);
     }
   }
 
@@ -40,4 +44,5 @@ class SerialPort {
  private:
   const Open _open;
   mutable std::optional<Device> _device;
+  Absence _absence;
 };

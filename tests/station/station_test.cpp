@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <map>
 #include <optional>
+#include <regex>
 #include <set>
 
 #include "emulators/poll_runner.h"
@@ -223,6 +224,7 @@ TEST(Station, TakesInstrumentsThatComeLateGoAwayAndComeBack) {
     PushButton button;
   };
   World world;
+  std::optional<CapturedOutput> output(std::in_place);
   Settings& settings = world.settings;
   const std::array devices = {&settings.sonic.device, &settings.gps.device, &settings.gps.pulse,
                               &settings.button.device};
@@ -250,6 +252,12 @@ TEST(Station, TakesInstrumentsThatComeLateGoAwayAndComeBack) {
     ioctl(StreamFile(ports.pulse.Path(), O_RDONLY | O_NONBLOCK).Fileno(), FIONREAD, &unread);
     EXPECT_LT(unread, 20) << "bytes of pulses that nobody listens to";
     EXPECT_EQ(ports.button.LED(), 'Y');
+  }
+  const std::string told = output->Text();
+  output.reset();
+  for (const std::string* device : devices) {
+    const std::regex absence("ERROR: .*" + *device + ": No such file");
+    EXPECT_EQ(std::distance(std::sregex_iterator(told.begin(), told.end(), absence), {}), 2) << told;
   }
 }
 
