@@ -1,5 +1,7 @@
 #include "station/analyser.h"
 
+#include <jsoncpp/json/value.h>
+
 #include <iostream>
 #include <set>
 #include <utility>
@@ -33,6 +35,12 @@ void StationAnalyser::Apply(const ConfigMoorlog& document) {
 
 void StationAnalyser::Look() {
   if (!_target.empty() && PollTimer::Now() - _alive >= kPatience) _BuildLink();
+}
+
+// What it has told: a document that hasn't come has a number of its own.
+void StationAnalyser::Tell(Json::Value& status) const {
+  const ConfigurableString& serial = _handler.GetDocument().tn5500.factory.serialnumber;
+  if (serial.get_change_count() > 0) status["serialnumber"] = serial.get();
 }
 
 void StationAnalyser::_BuildLink() {

@@ -24,10 +24,8 @@ class StationAnalyser : public Instrument, private CH4Device, private DataHandle
   bool IsConnected() const override { return _connected; }
   void Apply(const ConfigMoorlog& document) override;
   void Look() override;
+  void Tell(Json::Value& status) const override;
   RecordFiles* Files() override { return &_files; }
-
-  // What it last told of itself.
-  const Doc5500& Document() const { return _handler.GetDocument(); }
 
  private:
   void _BuildLink();

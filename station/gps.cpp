@@ -1,5 +1,7 @@
 #include "station/gps.h"
 
+#include <jsoncpp/json/value.h>
+
 #include <algorithm>
 #include <stdexcept>
 #include <utility>
@@ -53,6 +55,10 @@ void StationGPS::Look() {
   } catch (const std::runtime_error& error) {  // still away
     _pulse_absence.Tell(error);
   }
+}
+
+void StationGPS::Tell(Json::Value& status) const {
+  status["fix"] = _fix;
 }
 
 void StationGPS::GotGPSData(const GPSData& data) {

@@ -27,9 +27,9 @@ class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDe
   bool IsConnected() const override { return _port.IsOpen(); }
   void Apply(const ConfigMoorlog& document) override;
   void Look() override;
+  void Tell(Json::Value& status) const override;
   RecordFiles* Files() override { return &_files; }
 
-  bool HasFix() const { return _fix; }
   // Of the last fix: degrees, degrees, metres.
   struct Position {
     double latitude, longitude, altitude;

@@ -5,6 +5,8 @@
 
 #pragma once
 
+#include <jsoncpp/json/forwards.h>
+
 #include <cstdint>
 #include <exception>
 #include <iostream>
@@ -40,6 +42,8 @@ class Instrument {
   virtual void Record(bool on) {
     if (Files() != nullptr) on ? Files()->Start() : Files()->Stop();
   }
+  // What else there is to tell of it, into its object of the status.
+  virtual void Tell(Json::Value& /*status*/) const {}
   // Where its records go; nullptr where that isn't a family of lines.
   virtual RecordFiles* Files() { return nullptr; }
   // What became of its records; nothing of one that keeps none.

@@ -1,5 +1,7 @@
 #include "station/modules.h"
 
+#include <jsoncpp/json/value.h>
+
 #include <charconv>
 #include <exception>
 #include <iostream>
@@ -103,8 +105,13 @@ void StationModules::GotDAQMPowerOff() {
 }
 
 void StationModules::Live(bool on) {
-  if (on && (!IsConnected() || SerialNumbers().empty())) throw std::runtime_error("no modules are connected");
+  if (on && (!IsConnected() || _session->SerialNumberList().empty()))
+    throw std::runtime_error("no modules are connected");
   if (_session) on ? _session->StartLiveData() : _session->StopLiveData();
+}
+
+void StationModules::Tell(Json::Value& status) const {
+  if (_session) status["serialnumbers"] = _session->SerialNumberList();
 }
 
 void StationModules::GotFix(long seconds) {

@@ -36,12 +36,11 @@ class StationModules : public Instrument, private DAQM::Listener {
   void LookAtDisk() override;
   void Record(bool on) override;
   std::optional<Kept> WhatIsKept() override { return Kept{_rows.File(), _written, _lost}; }
+  void Tell(Json::Value& status) const override;
 
   // Throws std::runtime_error where there is no module that could be switched on.
   void Live(bool on);
   void GotFix(long seconds);  // of the GPS, since 1970
-
-  std::string SerialNumbers() const { return _session ? _session->SerialNumberList() : ""; }
 
  private:
   static constexpr uint64_t kRoom = 65'536;  // bytes

@@ -1,5 +1,7 @@
 #include "station/sonic.h"
 
+#include <jsoncpp/json/value.h>
+
 #include "station/dataline.h"
 #include "station/stationclock.h"
 
@@ -23,6 +25,16 @@ void StationSonic::Apply(const ConfigMoorlog& document) {
 
 void StationSonic::Look() {
   if (!_path.empty()) _port.Look();
+}
+
+void StationSonic::Tell(Json::Value& status) const {
+  constexpr double kPeriod = 10'000;  // milliseconds
+  const double mean = _stats.MeanInterval();
+  if (mean <= 0 || mean > kPeriod) return;  // the first one is counted from 1970
+  Json::Value& interval = status["interval"];
+  interval["mean"] = mean;
+  interval["range"] = _stats.IntervalRange();
+  interval["deviation"] = _stats.IntervalDeviation();
 }
 
 void StationSonic::GotSonicData(int /*unitNumber*/, const SonicData& data) {

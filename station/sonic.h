@@ -20,9 +20,8 @@ class StationSonic : public Instrument, private SonicDeviceListener {
   bool IsConnected() const override { return _port.IsOpen(); }
   void Apply(const ConfigMoorlog& document) override;
   void Look() override;
+  void Tell(Json::Value& status) const override;
   RecordFiles* Files() override { return &_files; }
-
-  const SonicStats& Stats() const { return _stats; }
 
  private:
   void GotSonicData(int unitNumber, const SonicData& data) override;

@@ -258,6 +258,7 @@ std::string Station::Status() const {
     line["rate"] = records.Rate();
     line["bad_sums"] = Json::Int64{records.BadSums()};
     if (records.Last() != 0) line["last"] = Json::Int64{records.Last()};
+    row.instrument->Tell(line);
     line["silent"] = row.silent > 0 && !records.CameWithin(row.silent);
     if (const auto kept = row.instrument->WhatIsKept()) {
       if (!kept->file.empty()) line["file"] = kept->file;
@@ -271,7 +272,10 @@ std::string Station::Status() const {
   status["disk"]["available"] = Json::UInt64{_disk.Available()};
   status["clock"]["watching"] = _clock.IsWatching();
   status["clock"]["steps"] = Json::Int64{_clock.Steps()};
-  if (_clock.Offset()) status["clock"]["offset"] = *_clock.Offset();
+  if (_clock.Offset()) {
+    status["clock"]["offset"] = *_clock.Offset();
+    status["clock"]["age"] = Json::Int64{_clock.OffsetAge()};
+  }
   status["memory"] = Memory();
   status["uptime"] = Json::Int64{(PollTimer::Now() - _started) / 1'000'000'000};
   status["version"] = MOORLOG_VERSION;

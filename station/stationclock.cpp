@@ -49,12 +49,14 @@ void StationClock::GotFix(const TimeVal& moment) {
   const double offset = Seconds(Now() - moment);
   if (std::abs(offset) < kStepWithoutPulse) return _KeepHardwareClock();
   _offset = offset;
+  _offset_came = PollTimer::Now();
   _Step(offset);
 }
 
 void StationClock::_Sample(const TimeVal& clock, const TimeVal& truth) {
   const double offset = Seconds(clock - truth);
   _offset = offset;
+  _offset_came = PollTimer::Now();
   long frequency = 0;
   const bool corrects = _law.Sync(clock, truth, &frequency);
   if (std::abs(offset) >= (std::exchange(_sampled, true) ? kStep : kNear)) return _Step(offset);

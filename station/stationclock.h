@@ -47,6 +47,7 @@ class StationClock {
 
   // Of the last sample, in seconds; positive: the clock is fast. Without a value before the first one.
   std::optional<double> Offset() const { return _offset; }
+  int64_t OffsetAge() const { return (PollTimer::Now() - _offset_came) / 1'000'000'000; }  // in seconds
   bool IsWatching() const { return _watch; }
   int64_t Steps() const { return _steps; }
 
@@ -65,6 +66,7 @@ class StationClock {
   int64_t _pulse_came = 0;    // on PollTimer's clock, nanoseconds; 0: none that is waiting for its fix
   int64_t _hardware_set = 0;  // likewise; 0: not yet
   std::optional<double> _offset;
+  int64_t _offset_came = 0;        // on PollTimer's clock
   std::optional<long> _frequency;  // that the kernel has been told
   bool _sampled = false;
   int64_t _steps = 0;

@@ -1,6 +1,7 @@
 // The parts of the station that stand between the instruments and the board, one by one.
 
 #include <gtest/gtest.h>
+#include <jsoncpp/json/value.h>
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/timex.h>
@@ -401,7 +402,9 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     PollFor(2'000);  // the last row
     EXPECT_EQ(growing(), "-modules.txt");
     modules.Look();
-    EXPECT_NE(modules.SerialNumbers(), "") << "the same session";
+    Json::Value status;
+    modules.Tell(status);
+    EXPECT_NE(status["serialnumbers"], "") << "the same session";
     bus->Misbehave(DAQMBus::kPowerOff, 0);
     PollFor(30'000);
     EXPECT_EQ(power_cuts, 1);

@@ -40,6 +40,7 @@ struct World {
     settings.disk.split = 60;
     settings.clock.mode = "watch";
     site.analyser.SetRate(2);
+    site.analyser.Turn("<factory><serialnumber>ch4-0042</serialnumber></factory>");
   }
   // Looked at once a second.
   template <class Condition>
@@ -85,9 +86,14 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   }
   EXPECT_TRUE(World::Becomes([&] { return world.Status()["clock"].isMember("offset"); }, 60));
   EXPECT_NEAR(world.Status()["clock"]["offset"].asDouble(), 0, 0.1);
+  EXPECT_TRUE(world.Status()["clock"]["age"].isInt() && world.Status()["clock"]["age"].asInt() <= 1);
   EXPECT_EQ(world.site.button.LED(), 'Y');
   const Json::Value status = world.Status(), sonic = status["instruments"]["sonic"];
   EXPECT_NEAR(sonic["rate"].asDouble(), 2, 0.2);
+  EXPECT_NEAR(sonic["interval"]["mean"].asDouble(), 500, 1);
+  EXPECT_TRUE(sonic["interval"].isMember("range") && sonic["interval"]["deviation"].asDouble() < 5) << sonic;
+  EXPECT_TRUE(status["instruments"]["gps"]["fix"].asBool());
+  EXPECT_EQ(status["instruments"]["analyser"]["serialnumber"], "ch4-0042");
   EXPECT_NEAR(sonic["last"].asDouble(), static_cast<double>(time(nullptr)), 2);
   EXPECT_EQ(sonic["bad_sums"], 0);
   EXPECT_FALSE(status["instruments"]["modules"].isMember("last"));
