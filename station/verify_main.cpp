@@ -13,6 +13,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <cmath>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -33,10 +34,15 @@ class Run {
   explicit Run(double gap) : _gap(gap) {}
 
   void Add(const fs::path& path) {
-    if (!fs::is_directory(path)) return _files.push_back(path);
+    std::error_code ignored;
+    if (!fs::is_directory(path, ignored)) return _files.push_back(path);
     std::vector<fs::path> files;
-    for (const fs::directory_entry& entry : fs::directory_iterator(path))
-      if (entry.is_regular_file()) files.push_back(entry.path());
+    try {
+      for (const fs::directory_entry& entry : fs::directory_iterator(path))
+        if (entry.is_regular_file(ignored)) files.push_back(entry.path());
+    } catch (const fs::filesystem_error&) {
+      _Find(path, 0, "can't be read");
+    }
     std::sort(files.begin(), files.end());
     _files.insert(_files.end(), files.begin(), files.end());
   }
@@ -66,6 +72,8 @@ class Run {
   }
 
   void _Check(const fs::path& path) {
+    std::error_code gone;
+    if (!fs::is_regular_file(path, gone)) return _Find(path, 0, "can't be read");  // a pipe would keep it waiting
     _path = path;
     const std::string name = path.filename();
     if (name.ends_with(".zip"))
@@ -157,12 +165,14 @@ int main(int argc, char** argv) try {
   CLI::App app("Checks the data files of a station: sums, columns, times.");
   std::vector<std::string> paths;
   double gap = 0;
+  app.set_version_flag("--version", MOORLOG_VERSION);
   app.add_option("files", paths, "files, and directories of them")->required()->check(CLI::ExistingPath)->type_name("");
   app.add_option("--gap", gap, "tell each time without a record that is longer than so many seconds")
       ->check(CLI::Range(0.001, 1e9))
       ->type_name("SECONDS");
   try {
     app.parse(argc, argv);
+    if (std::isnan(gap)) throw CLI::ValidationError("--gap", "that is no number");  // it is in every range
   } catch (const CLI::ParseError& error) {
     return app.exit(error) == 0 ? 0 : 2;
   }
