@@ -67,7 +67,7 @@ Options Read(int argc, char** argv) {
   line.add_option("directory", options.directory, "where settings, state and data are kept")->type_name("DIRECTORY");
   line.add_flag("--trouble", options.trouble, "the instruments misbehave");
   line.add_flag("--fast", options.fast, "each instrument at the highest rate that it is used at");
-  line.AddSeconds(options.seconds);
+  line.AddNumber("--seconds", options.seconds, 1, CommandLine::kLongest, "end after so many seconds");
   line.Read(argc, argv);
   return options;
 }
@@ -149,6 +149,17 @@ void BecomeBoard(const std::string& bus, const std::string& scratch) {
   Must(mount(scratch.c_str(), "/dev", nullptr, MS_MOVE, nullptr) == 0, "move ", scratch);
 }
 
+// The loop's own end on a signal is for good; here it goes on, as the station is asked once more.
+class Interrupt : public PollSignalHandler {
+ public:
+  Interrupt() : PollSignalHandler(SIGINT, true) { Register(SIGTERM); }
+  void HandleSignal(int /*signal*/) override { _came = true; }
+  bool Came() const { return _came; }
+
+ private:
+  bool _came = false;
+};
+
 // The program, at work as long as the object lives.
 class Child {
  public:
@@ -159,6 +170,7 @@ class Child {
     _pid = fork();
     Must(_pid >= 0, "start ", program);
     if (_pid > 0) return;
+    setpgid(0, 0);  // ctrl-C is for us
     prctl(PR_SET_PDEATHSIG, SIGTERM);
     const int out = open(log.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
     dup2(out, STDOUT_FILENO);
@@ -312,6 +324,7 @@ class Reporter : private Head::Listener {
 
 int main(int argc, char** argv) try {
   const Options options = Read(argc, argv);
+  const Interrupt interrupt;
   std::optional<TempDirectory> scratch;
   const fs::path directory =
       options.directory.empty() ? fs::path(scratch.emplace().Path()) : fs::absolute(options.directory);
@@ -327,7 +340,7 @@ int main(int argc, char** argv) try {
     minute.AddTimeout(60'000);
     reporter.Ask();
   });
-  RunLoop(options.seconds, [&] { return station.HasEnded(); });
+  RunLoop(options.seconds, [&] { return interrupt.Came() || station.HasEnded(); });
 
   // Once more, and to the end. It may still be starting.
   const int64_t bound = PollTimer::Now() + kPatience;
