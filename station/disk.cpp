@@ -50,10 +50,9 @@ void Disk::_Look() {
   const _Mount before = std::exchange(_mount, _Mounted());
   const bool none = _mount == _Mount{}, same = _mount == before;
   if (none) _ejected = false;
-  const bool was_there = _there;
-  _there = !none && !_ejected;
-  if (was_there && (!_there || !same) && _listener != nullptr) _listener->DiskWent();
-  if (_there && (!was_there || !same) && _listener != nullptr) _listener->DiskCame();
+  const bool is_there = !none && !_ejected, was_there = std::exchange(_there, _there && is_there && same);
+  if (was_there && !_there && _listener != nullptr) _listener->DiskWent();
+  if (is_there && !std::exchange(_there, true) && _listener != nullptr) _listener->DiskCame();
 }
 
 // Kernels before 5.8 don't tell the root of a mount from another directory: there a disk is on another device than the

@@ -21,7 +21,7 @@
 
 class Disk : public PollItem {
  public:
-  // A disk in the place of another one is told as one that went and one that came.
+  // A disk in the place of another one is told as one that went, and isn't there, and one that came.
   class Listener {
    public:
     virtual ~Listener() noexcept(false) = default;

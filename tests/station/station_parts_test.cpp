@@ -177,12 +177,15 @@ TEST(Instruments, OneThatFailsKeepsNothingFromOthers) {
 TEST(Disk, FollowsWhatIsMountedThere) {
   const TempDirectory dir;
   ExpectInMountNamespace([&] {
-    struct : Disk::Listener {
-      void DiskCame() override { log += "came "; }
-      void DiskWent() override { log += "went "; }
-      std::string log;
-    } listener;
     Disk disk(dir.Path(), false);
+    RecordFiles files(disk, "x", "-y", 3'600);
+    struct Log : Disk::Listener {
+      void DiskCame() override { log += (files.LookAtDisk(), "came "); }
+      void DiskWent() override { log += (files.LookAtDisk(), "went "); }
+      explicit Log(RecordFiles& its) : files(its) {}
+      RecordFiles& files;
+      std::string log;
+    } listener(files);
     disk.RegisterListener(&listener);
     const auto told = [&] {
       PollPasses(5);
@@ -200,8 +203,10 @@ TEST(Disk, FollowsWhatIsMountedThere) {
     EXPECT_EQ(disk.Available(), 65'536U);
     dir.Write("half", std::string(32'768, ' '));
     EXPECT_EQ(disk.Used(), 50);
+    files.Write("1\n");
     MountEmpty(dir.Path());
     EXPECT_EQ(told(), "went came ");
+    EXPECT_EQ(files.File(), "") << "it is on the disk below";
     disk.Eject();
     EXPECT_EQ(told(), "went ");
     umount(dir.Path().c_str());
