@@ -53,6 +53,8 @@ class Soil : public SoilDevice::Listener, public PollTimer {
   // SetTarget, and connects the link.
   void Connect(const std::string& target);
   SoilDevice& GetDevice() { return _device; }
+  // Whether the link is down after an interruption, and connects by itself when that is over.
+  bool IsHoldingOff() const { return _holdoff.IsActive(); }
 
   void GotSoilConnected(std::string connectedTo) override;
   void GotSoilClosed() override;

@@ -47,8 +47,14 @@ void StationCampbell::LookAtDisk() {
   _Aim();
 }
 
+void StationCampbell::Record(bool on) {
+  Instrument::Record(on);
+  _wanted = on;
+  _Aim();
+}
+
 void StationCampbell::_Aim() {
-  const std::string host = !_on_disk || _disk.IsThere() ? _address : "";
+  const std::string host = !_on_disk || (_wanted && _disk.IsThere()) ? _address : "";
   if (std::exchange(_aimed, host) != host) _pull.SetCSIHostname(host);
 }
 

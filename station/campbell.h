@@ -1,7 +1,7 @@
 // The Campbell logger: its live values become records, its table rows files for the upload, its clock and position
 // follow ours (csi/pullcsi.h). The document names it by an IPv4 address or the name of a host, which is looked up again
-// as long as nothing comes. While the disk isn't there nothing is asked: the rows wait at the logger, as far as it
-// keeps them.
+// as long as nothing comes. While the rows can't go to the disk, or aren't to, nothing is asked: they wait at the
+// logger, as far as it keeps them.
 
 #pragma once
 
@@ -22,6 +22,7 @@ class StationCampbell : public Instrument, private PullCSI::Listener {
   void Apply(const ConfigMoorlog& document) override;
   void Look() override;
   void LookAtDisk() override;
+  void Record(bool on) override;
   RecordFiles* Files() override { return &_files; }
 
  private:
@@ -39,6 +40,7 @@ class StationCampbell : public Instrument, private PullCSI::Listener {
   const bool _on_disk;  // is where the rows go
   const StationGPS& _gps;
   RecordFiles _files;
+  bool _wanted = true;
   std::string _host, _address, _aimed;  // wanted; found; asked
   HostLookup _lookup{[this](const std::string& address) {
     _address = address;

@@ -20,7 +20,7 @@ void StationSoil::Apply(const ConfigMoorlog& document) {
 }
 
 void StationSoil::Look() {
-  if (IsConnected())
+  if (IsConnected() || (_soil && _soil->IsHoldingOff()))
     _alive = PollTimer::Now();
   else
     _lookup.Ask(_target);

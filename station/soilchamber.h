@@ -2,7 +2,7 @@
 // (station/soilreports.h).
 //
 // The document names it by an IPv4 address or the name of a host, which is looked up again as long as there is no link.
-// One that has been down for five minutes is built anew.
+// One that has been down for five minutes is built anew, not counting those in which the chamber is to be left alone.
 
 #pragma once
 
@@ -47,5 +47,5 @@ class StationSoil : public Instrument, private Soil::Listener {
   }};
   mutable std::optional<_Agent> _soil;  // asked for its link also where nothing changes
   bool _wanted = true;
-  int64_t _alive = 0;  // when it was seen connected last, or built; on PollTimer's clock
+  int64_t _alive = 0;  // when it was seen connected last, or left alone, or built; on PollTimer's clock
 };

@@ -149,7 +149,10 @@ TEST(Station, RecordsWhatAllItsInstrumentsSend) {
   world.site.button.Release();
   EXPECT_TRUE(
       World::Becomes([&] { return world.site.button.LED() == 'N' && !world.Status()["recording"].asBool(); }, 60));
+  const auto campbell = [&] { return world.Status()["instruments"]["campbell"]["connected"].asBool(); };
+  EXPECT_FALSE(campbell()) << "its rows would go to the disk";
   world.station->Answer("<tarno><moorlog><cmd><logusbstart>true</logusbstart></cmd></moorlog></tarno>");
+  EXPECT_TRUE(World::Becomes(campbell, 60));
   world.site.button.Hold();
   EXPECT_TRUE(World::Becomes([&] { return world.site.button.LED() == 'E'; }, 60));
   EXPECT_FALSE(world.Status()["disk"]["there"].asBool());
@@ -265,6 +268,13 @@ TEST(Station, TakesInstrumentsThatComeLateGoAwayAndComeBack) {
     const std::regex absence("ERROR: .*" + *device + ": No such file");
     EXPECT_EQ(std::distance(std::sregex_iterator(told.begin(), told.end(), absence), {}), 2) << told;
   }
+  const auto chamber = [&] { return world.Status()["instruments"]["soil"]["connected"].asBool(); };
+  EXPECT_TRUE(World::Becomes(chamber, 60));
+  world.site.soil.Interrupt();
+  EXPECT_TRUE(World::Becomes([&] { return !chamber(); }, 60));
+  PollFor(590'000);
+  EXPECT_FALSE(chamber()) << "it wants ten minutes";
+  EXPECT_TRUE(World::Becomes(chamber, 60));
 }
 
 TEST(Station, KeepsToItsShareOfTheDisk) {
