@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <filesystem>
 #include <iostream>
 #include <memory>
 #include <optional>
@@ -69,6 +70,12 @@ int Check(const Settings& settings) {
   if (!IsRootsProcess())
     std::cout << "missing    root's rights: the clock is only watched, the modules stay off; zone, name, time protocol "
                  "and reboot are refused\n";
+  const std::filesystem::path state = settings.state;
+  std::error_code unknown;
+  const std::filesystem::path place = exists(state, unknown) ? state : state.parent_path();
+  if (faccessat(AT_FDCWD, place.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
+    std::cout << "missing    " << place.string() << " can't be written by the user: the station won't start\n";
+  if (access("/usr/bin/zip", X_OK) != 0) std::cout << "missing    /usr/bin/zip: files won't be packed\n";
   return std::cout.flush() ? 0 : 1;
 }
 

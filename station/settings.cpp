@@ -120,6 +120,8 @@ class Reader {
              "clock.integral: not below clock.proportional, or the clock swings");
     _Require(_settings.analyser.record != "some" || !_settings.analyser.columns.empty(), "analyser.record",
              "analyser.columns: 'some' wants their names");
+    _Require(_settings.gps.pulse.empty() || !_settings.gps.device.empty(), "gps.pulse",
+             "gps.pulse: nothing without gps.device, which names the pulses");
   }
 
  private:
@@ -181,7 +183,9 @@ class Reader {
         const std::string key = section + CLI::detail::trim_copy(line.substr(0, equals));
         if (const int before = std::exchange(_lines[key], number); before != 0)
           _Fail(key, key + ": stands in line " + std::to_string(before) + " already");
-        const bool array = equals != std::string::npos && Bare(line.substr(equals + 1)).starts_with('[');
+        const std::string value = equals == std::string::npos ? "" : Bare(line.substr(equals + 1));
+        if (value.empty()) _Fail(key, key + ": '=' and a value are wanted");
+        const bool array = value.starts_with('[');
         for (std::string more; array && !line.ends_with(']'); ++number, line += Bare(more))
           if (!std::getline(in, more) || Bare(more).starts_with('[') || more.find('=') != std::string::npos)
             _Fail(key, key + ": the array doesn't end");
