@@ -90,8 +90,17 @@ void ConnectStandardStreams(const int* descriptors) {
   }
 }
 
+// The effective user's in every respect: a shell would take the rights of the real one back, where the two differ.
+void BecomeEffectiveUser() {
+  const gid_t group = ::getegid();
+  const uid_t user = ::geteuid();
+  if (::setresgid(group, group, group) != 0 || ::setresuid(user, user, user) != 0)
+    Fail("RunProgram got exception: Unable to give up rights: ", ::strerrordesc_np(errno), "\n");
+}
+
 [[noreturn]] void Execute(const Command& command, const int* descriptors) {
   ConnectStandardStreams(descriptors);
+  BecomeEffectiveUser();
   // A zip that outlives a link would keep its connection open, and a removable disk busy. A failure costs only that.
   ::close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   // What a worker's thread starts would never hear a signal: the mask outlives execv.

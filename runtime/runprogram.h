@@ -3,7 +3,8 @@
 //
 // The command is split by SplitCmdLine; the first word is the program's path (PATH isn't searched) and at most 127
 // words, path included, are passed. The environment is passed as it stands; of the descriptors, those from 3 on are
-// not, and no signal is blocked. Other threads may run meanwhile, and any thread may call.
+// not, and no signal is blocked. The program is the effective user's, who is its real one as well, so that it can't
+// take back rights that this one has laid down. Other threads may run meanwhile, and any thread may call.
 //
 // The status is the program's exit status, or -1 when a signal ended it. A program that can't be executed is no error
 // here: its status is 127, and what went wrong is printed on its standard output. ErrnoError is thrown when there is

@@ -144,6 +144,18 @@ TEST(RunProgram, TellsWhereNoProcessIsToBeHad) {
   EXPECT_EQ("RunProgram: Got exception: Unable to fork: Resource temporarily unavailable\n", result.output);
 }
 
+// A shell would take the real user's rights back.
+TEST(RunProgram, IsTheEffectiveUsers) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs root";
+  const auto result = RunInChild([] {
+    EXPECT_TRUE(setegid(54'320) == 0 && seteuid(54'321) == 0);
+    std::string told;
+    RunProgramCaptureStdout("/bin/grep -E ^[UG]id: /proc/self/status", told);
+    EXPECT_EQ("Uid:\t54321\t54321\t54321\t54321\nGid:\t54320\t54320\t54320\t54320\n", told);
+  });
+  EXPECT_EQ(0, result.exit_status) << result.output;
+}
+
 TEST(RunProgram, ADaemonIsOnItsOwn) {
   const auto result = RunInChild([] {
     ::dup2(STDOUT_FILENO, STDERR_FILENO);  // the one that a daemon keeps; its end is the end of the output
