@@ -25,8 +25,11 @@ class TempDirectory {
   TempDirectory& operator=(const TempDirectory&) = delete;
   // A forked child leaves it to the process that made it.
   ~TempDirectory() {
-    std::error_code ignored;
-    if (getpid() == _owner) std::filesystem::remove_all(_path, ignored);
+    if (getpid() != _owner) return;
+    // Again where somebody has just made or taken away a file there, as a zip(1) that goes on.
+    std::error_code error;
+    for (int attempt = 0; attempt < 100 && (std::filesystem::remove_all(_path, error), error); ++attempt)
+      usleep(10'000);
   }
 
   // A place in memory where there is one: for many small files, and where file calls are measured and not a disk.
