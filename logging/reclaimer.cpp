@@ -61,17 +61,17 @@ bool EndsIn(const std::string& path, const std::string& ending) {
   return path.rfind(ending) == path.length() - ending.length();
 }
 
-// Stops behind the file that makes `reclaim_bytes` full; one is deleted even if they are 0.
-void DeleteOldest(const Files& files, const std::string& except, int64_t reclaim_bytes, bool verbose,
-                  const std::atomic<bool>& abandoned) {
+// Stops behind the file of which `is_enough`, asked for its size, says so; one is deleted at least.
+template <class IsEnough>
+void DeleteOldest(const Files& files, const std::string& except, bool verbose, const std::atomic<bool>& abandoned,
+                  IsEnough is_enough) {
   for (const auto& [time, file] : files) {
     if (abandoned) return;
     const auto& [path, size] = file;
     if (!except.empty() && EndsIn(path, except)) continue;
     if (verbose) PrintLine("DELETE " + path);
     DeleteFile(path);
-    if (size >= reclaim_bytes) return;
-    reclaim_bytes -= size;
+    if (is_enough(size)) return;
   }
 }
 
@@ -80,6 +80,10 @@ void Serve(const Reclaimer::q_item& request, bool verbose, const std::atomic<boo
   const int64_t disk_size = DiskSize(request.path);
   int64_t total_size = 0;
   const Files files = Collect(request.path, total_size, abandoned);
+  if (request.relieves) {
+    size_t left = files.size() / 100;
+    return DeleteOldest(files, request.except, verbose, abandoned, [&left](int64_t) { return left-- == 0; });
+  }
   const auto disk_percent = static_cast<int32_t>(Product(total_size, 100) / disk_size);
   if (verbose) PrintSums(files, total_size, disk_size, disk_percent);
   if (disk_percent <= request.percent) return;
@@ -91,7 +95,11 @@ void Serve(const Reclaimer::q_item& request, bool verbose, const std::atomic<boo
     PrintLine("reclaim_percent=" + std::to_string(reclaim_percent));
     PrintLine("  reclaim_bytes=" + std::to_string(reclaim_bytes));
   }
-  DeleteOldest(files, request.except, reclaim_bytes, verbose, abandoned);
+  DeleteOldest(files, request.except, verbose, abandoned, [left = reclaim_bytes](int64_t size) mutable {
+    const bool is_enough = size >= left;
+    left -= size;
+    return is_enough;
+  });
 }
 
 }  // namespace

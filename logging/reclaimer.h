@@ -8,8 +8,8 @@
 // Nothing here asks by itself: the owner decides when, and with which share. Requests are served one after the other
 // and nothing is kept between them. A request holds one record for each file in the directory while it is served.
 //
-// Threads: any thread may call Reclaim and Abandon. A file that a writer still has open is deleted like any other:
-// spare it by its ending, ".part" for the files of Logger.
+// Threads: any thread may call Reclaim, Relieve and Abandon. A file that a writer still has open is deleted like any
+// other: spare it by its ending, ".part" for the files of Logger.
 //
 // Errors: what goes wrong within a request ends it, with an "ERROR: Unable to reclaim files from " line on standard
 // output; what was deleted before stays deleted, and the next request is served. A path that is no directory is
@@ -29,6 +29,7 @@ class Reclaimer {
     std::string path;
     std::string except;
     int32_t percent = 0;
+    bool relieves = false;  // whatever the share
   };
 
   // `verbose`: every request lists its files, its sums and what it deletes on standard output.
@@ -44,6 +45,11 @@ class Reclaimer {
   // After Quit these throw boost::sync_queue_is_closed.
   void Reclaim(const std::string& path, int percent);
   void Reclaim(const std::string& path, int percent, const std::string& except);
+
+  // Asks for the oldest hundredth of the files to be deleted, one at least, whatever their share: for a disk that has
+  // no room although they haven't taken it. Small files take more than they have bytes, and others' may lie there as
+  // well.
+  void Relieve(const std::string& path, const std::string& except) { _queue.push({path, except, 0, true}); }
 
   // From now on what is queued is passed over, and what is being served ends behind the file it is at: for an owner who
   // has to end soon. There is no way back.

@@ -4,8 +4,14 @@
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/sysmacros.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <exception>
+#include <iostream>
 #include <utility>
+
+#include "runtime/runprogram.h"
 
 Disk::Disk(std::string path, bool board, bool ejected)
     : PollItem(POLLPRI, true),
@@ -29,6 +35,28 @@ int Disk::Used() const {
   struct statvfs info {};
   if (!_there || statvfs(_path.c_str(), &info) != 0 || info.f_blocks == 0) return 0;
   return static_cast<int>(uint64_t{info.f_blocks - info.f_bfree} * 100 / info.f_blocks);
+}
+
+bool Disk::IsFull() const {
+  struct statvfs info {};
+  return _there && statvfs(_path.c_str(), &info) == 0 && info.f_bavail < info.f_blocks / 100;
+}
+
+bool Disk::TakesNames() const {
+  const std::string name = _path + "/moorlog-room.part";
+  const int file = open(name.c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
+  if (file < 0) return errno != ENOSPC;
+  close(file);
+  unlink(name.c_str());
+  return true;
+}
+
+void Disk::Sync() const {
+  try {
+    RunProgramAsDaemon("/bin/sync -f " + _path);
+  } catch (const std::exception& error) {
+    std::cout << "ERROR: " << error.what() << std::endl;
+  }
 }
 
 void Disk::Eject() {

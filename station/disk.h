@@ -41,6 +41,10 @@ class Disk : public PollItem {
   bool IsStillThere() const { return _there && _Mounted() == _mount; }
   uint64_t Available() const;  // bytes, for everybody; 0 while it isn't there
   int Used() const;            // percent, cut to whole ones; likewise
+  bool IsFull() const;         // less than a hundredth is left to everybody
+  bool TakesNames() const;     // tried with a file; a directory of FAT ends at 65,536 of them
+  // Has the system write all that it still keeps in memory, without waiting for it.
+  void Sync() const;
 
   void Eject();
   bool IsEjected() const { return _ejected; }

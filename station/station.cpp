@@ -84,7 +84,11 @@ Station::Station(Settings settings, const ZonePlaces& places, const StationOrder
                             [this](const TimeVal& time) { _modules.GotFix(time.seconds); })),
       _modules(_Add<StationModules>("modules", 60, _settings, _disk, [this] { _FinishFiles(); })),
       _button(_Add<StationButton>(
-          "button", 0, _settings, [this] { _Record(!_recording); }, [this] { _disk.Eject(); })),
+          "button", 0, _settings, [this] { _Record(!_recording); },
+          [this] {
+            _disk.Eject();
+            _disk.Sync();
+          })),
       _control(_settings.control.port, _settings.control.interface,
                [this](const std::string& request) { return Answer(request); }),
       _started(PollTimer::Now()) {
@@ -200,6 +204,7 @@ void Station::_FinishFiles() {
   ForEach(_table, [](Instrument& each) {
     if (each.Files() != nullptr) each.Files()->Finish();
   });
+  _disk.Sync();
 }
 
 void Station::DiskCame() {
@@ -234,16 +239,31 @@ void Station::_Keep() {
 void Station::_EachMinute() {
   _Keep();
   ForEach(_table, [](Instrument& each) { each.LookAtDisk(); });
+  if (!_disk.IsThere()) return;
   // Files take no more than what is used: while that is little there is no need to look at each of them.
-  if (_disk.IsThere() && _disk.Used() >= _settings.disk.percent)
-    _reclaimer.Reclaim(_disk.Path(), _settings.disk.percent, ".part");
+  const int percent = _settings.disk.percent;
+  if (_disk.Used() >= percent) _reclaimer.Reclaim(_disk.Path(), percent, ".part");
+  const int64_t lost_before = std::exchange(_lost_then, _Lost());
+  const bool is_full = _disk.IsFull() || (_lost_then != lost_before && !_disk.TakesNames());
+  if (is_full && percent < 100) _reclaimer.Relieve(_disk.Path(), ".part");
+}
+
+// Lines of all files.
+int64_t Station::_Lost() const {
+  int64_t lost = 0;
+  for (const InstrumentRow& row : _table)
+<<<<<<< Updated upstream
+    if (const auto kept = row.instrument->WhatIsKept()) lost += kept->lost;
+  const bool is_losing = std::exchange(_lost, lost) != lost;
+=======
+    if (row.instrument->Files() != nullptr) lost += row.instrument->Files()->Lost();
+  return lost;
 }
 
 StationButton::Light Station::_Light() {
-  int64_t lost = 0;
-  for (const InstrumentRow& row : _table)
-    if (const auto kept = row.instrument->WhatIsKept()) lost += kept->lost;
-  const bool is_losing = std::exchange(_lost, lost) != lost;
+  const int64_t before = std::exchange(_lost, _Lost());
+  const bool is_losing = _lost != before;
+>>>>>>> Stashed changes
   if (!_recording) return StationButton::Off;
   return _disk.IsThere() && !is_losing ? StationButton::On : StationButton::Error;
 }

@@ -67,6 +67,7 @@ class Station : private Disk::Listener, private PollTimer {
   void _ApplyToInstruments();
   void _Record(bool on);
   void _EachMinute();
+  int64_t _Lost() const;
   void _FinishFiles();
   StationButton::Light _Light();
 
@@ -93,7 +94,7 @@ class Station : private Disk::Listener, private PollTimer {
   class ControlPort _control;
   const int64_t _started;  // on PollTimer's clock
   bool _recording = true;
-  std::string _told;  // why the document isn't stored
-  int64_t _lost = 0;  // lines of all files, a second ago
-  int _second = 0;    // of the minute
+  std::string _told;                  // why the document isn't stored
+  int64_t _lost = 0, _lost_then = 0;  // lines of all files, a second ago and a minute ago
+  int _second = 0;                    // of the minute
 };

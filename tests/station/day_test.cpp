@@ -89,7 +89,9 @@ class Life {
     settable_time = &_time;
     DAQM::port_to_dev.at(1).device = _site.modules.Path();
     _site.analyser.CountFrom(ledger.sent);
-    _station.emplace(SettingsFor(_site, dir), ZonesIn(dir));
+    Settings settings = SettingsFor(_site, dir);
+    settings.disk.percent = 100;  // nothing goes, however full it is
+    _station.emplace(settings, ZonesIn(dir));
     std::string document = _site.Document();
     if (const size_t at = document.find("<logger>"); !_campbell)
       document.erase(at, document.find("<daqm>", at) - at);  // of what an earlier life was told nothing changes

@@ -296,6 +296,10 @@ TEST(Station, KeepsToItsShareOfTheDisk) {
     EXPECT_TRUE(World::Becomes([&] { return !std::filesystem::exists(place / "b"); }, 3'600));
     PollFor(120'000);
     EXPECT_EQ(place.Names(), (std::set<std::string>{"a", "c"}));
+    place.Write("else/others", std::string(650'000, ' '));  // the share isn't taken, and yet there is no room
+    EXPECT_TRUE(World::Becomes([&] { return !std::filesystem::exists(place / "a"); }, 3'600));
+    PollFor(120'000);
+    EXPECT_EQ(place.Names(), (std::set<std::string>{"else", "c"}));
   });
 }
 
