@@ -252,18 +252,13 @@ void Station::_EachMinute() {
 int64_t Station::_Lost() const {
   int64_t lost = 0;
   for (const InstrumentRow& row : _table)
-<<<<<<< Updated upstream
     if (const auto kept = row.instrument->WhatIsKept()) lost += kept->lost;
-  const bool is_losing = std::exchange(_lost, lost) != lost;
-=======
-    if (row.instrument->Files() != nullptr) lost += row.instrument->Files()->Lost();
   return lost;
 }
 
 StationButton::Light Station::_Light() {
   const int64_t before = std::exchange(_lost, _Lost());
   const bool is_losing = _lost != before;
->>>>>>> Stashed changes
   if (!_recording) return StationButton::Off;
   return _disk.IsThere() && !is_losing ? StationButton::On : StationButton::Error;
 }

@@ -19,6 +19,7 @@ constexpr int64_t kLatestFix = 900'000'000;
 constexpr double kNear = 0.001;          // seconds: a first sample within it needs no step
 constexpr double kStep = 1;              // beyond it the clock is stepped
 constexpr double kStepWithoutPulse = 2;  // a fix comes up to a second late
+constexpr double kAgree = 0.5;           // of moments that have waited each is off by a second less
 
 double Seconds(const TimeVal& time) {
   return time.seconds + time.nanoseconds / 1e9;
@@ -47,7 +48,11 @@ void StationClock::GotFix(const TimeVal& moment) {
     return _Sample(_pulse, moment);
   }
   const double offset = Seconds(Now() - moment);
-  if (std::abs(offset) < kStepWithoutPulse) return _KeepHardwareClock();
+  if (std::abs(offset) < kStepWithoutPulse) {
+    _suspect.reset();
+    return _KeepHardwareClock();
+  }
+  if (!_IsConfirmed(offset)) return;
   _offset = offset;
   _offset_came = PollTimer::Now();
   _Step(offset);
@@ -55,13 +60,22 @@ void StationClock::GotFix(const TimeVal& moment) {
 
 void StationClock::_Sample(const TimeVal& clock, const TimeVal& truth) {
   const double offset = Seconds(clock - truth);
+  const bool steps = std::abs(offset) >= (_sampled ? kStep : kNear);
+  if (!steps) _suspect.reset();
+  if (steps && _sampled && !_IsConfirmed(offset)) return;
+  _sampled = true;
   _offset = offset;
   _offset_came = PollTimer::Now();
   long frequency = 0;
   const bool corrects = _law.Sync(clock, truth, &frequency);
-  if (std::abs(offset) >= (std::exchange(_sampled, true) ? kStep : kNear)) return _Step(offset);
+  if (steps) return _Step(offset);
   if (corrects) _SetFrequency(frequency);
   _KeepHardwareClock();
+}
+
+bool StationClock::_IsConfirmed(double offset) {
+  const std::optional<double> before = std::exchange(_suspect, offset);
+  return before && std::abs(offset - *before) < kAgree;
 }
 
 void StationClock::_KeepHardwareClock() {
@@ -79,8 +93,9 @@ void StationClock::_Step(double seconds) {
     const auto nanoseconds = static_cast<int64_t>(std::llround(-seconds * 1e9)) + now.nanoseconds;
     const int64_t carry = nanoseconds >= 0 ? nanoseconds / kSecond : -((kSecond - 1 - nanoseconds) / kSecond);
     _hardware_set = PollTimer::Now();
-    ++_steps;
+    _suspect.reset();
     _clock.SetTime(static_cast<long>(now.seconds + carry), static_cast<long>(nanoseconds - carry * kSecond));
+    ++_steps;
     std::cout << "The clock was off by " << seconds << " s and has been set" << std::endl;
   });
 }

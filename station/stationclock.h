@@ -6,6 +6,9 @@
 // second and more; every other correction is one of frequency. Without a pulse the moment of a fix says too little for
 // a frequency: the clock is stepped where it is off by two seconds and more, and once more at the first sample.
 //
+// But for the first sample, a step takes two moments in a row that agree: a loop that stood still gets late what has
+// waited meanwhile, and a sum of eight bits lets a wrong message pass now and then.
+//
 // Only watching, it tells how far the clock is off and changes nothing. The hardware clock is set with each step, and
 // once an hour while fixes come.
 //
@@ -54,6 +57,7 @@ class StationClock {
  private:
   void _Sample(const TimeVal& clock, const TimeVal& truth);
   void _KeepHardwareClock();
+  bool _IsConfirmed(double offset);
   void _Step(double seconds);
   void _SetFrequency(long frequency);
   template <class Deed>
@@ -67,6 +71,7 @@ class StationClock {
   int64_t _hardware_set = 0;  // likewise; 0: not yet
   std::optional<double> _offset;
   int64_t _offset_came = 0;        // on PollTimer's clock
+  std::optional<double> _suspect;  // a step's, that waits for the next one to agree
   std::optional<long> _frequency;  // that the kernel has been told
   bool _sampled = false;
   int64_t _steps = 0;

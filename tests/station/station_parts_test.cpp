@@ -336,6 +336,8 @@ TEST(StationButton, IsNotListenedToWhenItHasGone) {
       settings, [] {}, [] {});
   station.Look();
   EXPECT_TRUE(station.IsConnected());
+  for (int i = 0; i < 200'000; ++i)
+    station.Show(i % 2 == 0 ? StationButton::On : StationButton::Off);  // it reads nothing
   button.reset();
   const CapturedOutput output;
   PollFor(5'000);
@@ -445,6 +447,7 @@ TEST(StationClock, IsSteppedAtTheFirstPulseWhateverFixesHaveSaid) {
   const CapturedOutput output;
   const auto truth = [&] { return TimeVal(static_cast<int32_t>(1'700'000'000 + time.Elapsed() / 1'000)); };
   time.Advance(400);
+  clock.GotFix(truth() - TimeVal(7));  // nothing else says so
   for (int minute = 0; minute < 150; ++minute) {
     clock.GotFix(truth());
     time.Advance(60'000);
@@ -458,9 +461,16 @@ TEST(StationClock, IsSteppedAtTheFirstPulseWhateverFixesHaveSaid) {
   clock.GotFix(truth());
   EXPECT_EQ(board.steps, 2);
   EXPECT_EQ(StationClock::Now() - truth(), TimeVal());
-  board.refuses = true;
   told = output.Text();
-  for (const int late : {1, 3, 4, 5}) clock.GotFix(truth() - TimeVal(late));
+  for (const int late : {5, 4, 3, 1, 3}) clock.GotFix(truth() - TimeVal(late));  // that have waited
+  clock.GotPulse(StationClock::Now());
+  clock.GotFix(truth() - TimeVal(2));
+  clock.GotPulse(StationClock::Now());
+  clock.GotFix(truth());
+  EXPECT_EQ(output.Text(), told);
+  EXPECT_EQ(clock.Offset(), 0);
+  board.refuses = true;
+  for (int i = 0; i < 2; ++i) clock.GotFix(truth() - TimeVal(5));
   EXPECT_EQ(output.Text(), told + "ERROR: Unable to set system time: Operation not permitted\n");
   EXPECT_EQ(clock.Offset(), 5);
   settable_time = nullptr;
