@@ -6,16 +6,19 @@
 #include <algorithm>
 #include <ctime>
 #include <filesystem>
+#include <iostream>
 #include <string_view>
 #include <system_error>
 #include <utility>
 #include <vector>
 
+#include "runtime/runprogram.h"
 #include "runtime/streamfile.h"
 
 namespace {
 
-std::string WithoutPart(const std::string& path) {
+// An empty path stays so.
+std::string WithoutEnding(const std::string& path) {
   return path.substr(0, path.rfind('.'));
 }
 
@@ -38,6 +41,20 @@ void CutBehindLastLine(const std::string& path) {
     }
     unlink(path.c_str());
   } catch (const std::exception&) {  // it has gone with its disk
+  }
+}
+
+// BASE.txt into BASE.zip, by a process of its own that gives way to others. The text goes once archive and name have
+// reached the disk: a power cut takes one of the two at most.
+void Pack(const std::string& base, const std::string& directory) {
+  try {
+    RunProgramAsDaemon(
+        "/bin/nice -n 10 /bin/sh -c '"
+        "exec < /dev/null > /dev/null; zip -q -T -j \"$1.zip\" \"$1.txt\" && sync \"$1.zip\" \"$2\" && rm \"$1.txt\""
+        "' pack " +
+        base + ' ' + directory);
+  } catch (const std::exception& error) {  // the file is safe unpacked
+    std::cout << "ERROR: Unable to zip " << base << ".txt: " << error.what() << std::endl;
   }
 }
 
@@ -65,13 +82,13 @@ void RecordFiles::Write(const std::string& line) {
     ++_lost;
     return;
   }
-  std::string ended;
   if (opens) {
-    ended = _file;
+    const std::string ended = WithoutEnding(_file);
+    _EndFile();
+    if (!ended.empty()) Pack(WithoutEnding(ended), _disk.Path());
     _NameNextFile();
   }
   _logger.WriteDATA(line, static_cast<long>(_now));
-  if (!ended.empty()) CutBehindLastLine(WithoutPart(ended));  // its last block may have found no room
   const int state = _logger.USBState();
   if (state == Logger::StateNotLogging) _file.clear();  // it can't be opened
   ++(state == Logger::StateLogging ? _written : _lost);
@@ -109,7 +126,7 @@ void RecordFiles::_EndFile() {
   _logger.StopLogging();
   if (!_stopped) _logger.StartLogging();
   if (file.empty()) return;
-  CutBehindLastLine(WithoutPart(file));
+  CutBehindLastLine(WithoutEnding(file));
   _left |= failed;
 }
 
