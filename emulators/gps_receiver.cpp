@@ -18,6 +18,9 @@ constexpr int kSilence = kTicksPerSecond;  // of a restart, in ticks
 const std::map<std::string, int> kRateCodes = {{"1", 1200},  {"2", 2400}, {"3", 4800}, {"4", 9600},
                                                {"5", 19200}, {"6", 300},  {"7", 600},  {"8", 38400}};
 
+// When it gets its power.
+const std::map<std::string, int> kOutputs = {{"GPRMC", 1}, {"GPGGA", 1}, {"GPGSA", 1}, {"GPGSV", 1}, {"GPVTG", 1}};
+
 // The words of a command; empty ones behind them, as many as any command has.
 std::vector<std::string> Split(const std::string& text) {
   constexpr size_t kMost = 16;
@@ -60,7 +63,7 @@ GPSReceiver::GPSReceiver(Make make, int rate)
       _next_rate(rate),
       _started(Tenths()),
       _began(PollTimer::Now()),
-      _outputs{{"GPRMC", 1}, {"GPGGA", 1}, {"GPGSA", 1}, {"GPGSV", 1}, {"GPVTG", 1}} {
+      _outputs(kOutputs) {
   _WaitForNext();
 }
 
@@ -102,6 +105,12 @@ void GPSReceiver::_Obey(const std::string& command) {
     _ObeyGarmin(Split(command));
   else
     _ObeyHemisphere(Split(command));
+}
+
+void GPSReceiver::LosePower(int seconds, int rate) {
+  _rate = _next_rate = rate;
+  _silent_until = _ticks + seconds * kTicksPerSecond;
+  _outputs = kOutputs;
 }
 
 void GPSReceiver::_ObeyGarmin(const std::vector<std::string>& words) {

@@ -40,6 +40,7 @@ class GPSReceiver : public PollItem, public PollTimer {
   // Each command that it has understood, without its line end.
   const std::vector<std::string>& Commands() const { return _commands; }
   void SetFix(bool fix) { _fix = fix; }
+  void LosePower(int seconds, int rate);          // back with all sentences, at this rate
   void SetBadSums(bool bad) { _bad_sums = bad; }  // of all that it reports
 
   // "$", `body`, its checksum and a line end.

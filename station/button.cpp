@@ -1,5 +1,8 @@
 #include "station/button.h"
 
+#include <fcntl.h>
+#include <termios.h>
+
 #include <stdexcept>
 #include <utility>
 
@@ -14,10 +17,12 @@ void StationButton::Look() {
     if (!_device) {
       _device.emplace(_path);
       _device->RegisterListener(this);
+      fcntl(_device->Fileno(), F_SETFL, O_RDWR | O_NONBLOCK);  // one that takes nothing mustn't keep the loop
     }
     _Light();
     _absence.Over();
   } catch (const std::runtime_error& error) {
+    if (_device) tcflush(_device->Fileno(), TCOFLUSH);  // nor when it is closed
     _device.reset();
     _absence.Tell(error);
   }

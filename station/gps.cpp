@@ -13,6 +13,9 @@ namespace {
 // A pulse device that says nothing may have gone without a sign.
 constexpr int64_t kPulsePatience = 10'000'000'000;  // nanoseconds
 
+// Longer than a search takes: a receiver that gets its power later speaks at another rate, or waits to be set up.
+constexpr int64_t kPatience = 60'000'000'000;
+
 }  // namespace
 
 StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock& clock,
@@ -28,6 +31,7 @@ StationGPS::StationGPS(const Settings& settings, const Disk& disk, StationClock&
         device.emplace(_path, _type, _verbose, false);
         device->RegisterListener(this);
         _sums.Listen(device->Reader());
+        _heard = PollTimer::Now();
       }) {
   _files.SetHeader(DataLineHeader("GPS", {"LATITUDE", "LONGITUDE", "ALTITUDE", "SATELLITES", "HDOP", "GEOID", "SPEED",
                                           "COURSE", "DIFFAGE", "DIFFSTATION", "UTC"}));
@@ -41,10 +45,13 @@ void StationGPS::Apply(const ConfigMoorlog& document) {
 
 void StationGPS::Look() {
   if (_path.empty()) return;
-  _port.Look();
+  const int64_t now = PollTimer::Now();
+  if (_port.IsOpen() && now - _heard >= kPatience)
+    _port.Reopen();
+  else
+    _port.Look();
   if (!_port.IsOpen()) _fix = false;
   if (_pulse_path.empty()) return;
-  const int64_t now = PollTimer::Now();
   if (_pulse && !_pulse->HasGone() && now - _pulsed < kPulsePatience) return;
   _pulse.reset();
   try {
@@ -62,6 +69,7 @@ void StationGPS::Tell(Json::Value& status) const {
 }
 
 void StationGPS::GotGPSData(const GPSData& data) {
+  _heard = PollTimer::Now();
   if (!_fix) return;  // it comes as zeros then
   _records.Count();
   _position = {data.values[0], data.values[1], data.values[2]};

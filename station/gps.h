@@ -52,7 +52,8 @@ class StationGPS : public Instrument, private GPSDevice::Listener, private PPSDe
   SerialPort<GPSDevice> _port;
   std::optional<PluggedDevice<PPSDevice>> _pulse;
   Absence _pulse_absence;
-  int64_t _pulsed = 0;  // when the last one came, or the device was opened; on PollTimer's clock
+  int64_t _heard = 0;   // when a sentence came that is understood, or the port was opened; on PollTimer's clock
+  int64_t _pulsed = 0;  // when the last one came, or the device was opened; likewise
   bool _fix = false;
   std::optional<Position> _position;
 };

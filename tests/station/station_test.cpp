@@ -249,7 +249,7 @@ TEST(Station, TakesInstrumentsThatComeLateGoAwayAndComeBack) {
   for (int round = 0; round < 2; ++round) {
     EXPECT_TRUE(World::Becomes([&] { return connected().empty(); }, 60));
     PollFor(30'000);
-    const Ports ports;
+    Ports ports;
     const std::array paths = {ports.sonic.Path(), ports.gps.Path(), ports.pulse.Path(), ports.button.Path()};
     for (size_t i = 0; i < devices.size(); ++i) {
       std::filesystem::remove(*devices[i]);
@@ -261,6 +261,10 @@ TEST(Station, TakesInstrumentsThatComeLateGoAwayAndComeBack) {
     ioctl(StreamFile(ports.pulse.Path(), O_RDONLY | O_NONBLOCK).Fileno(), FIONREAD, &unread);
     EXPECT_LT(unread, 20) << "bytes of pulses that nobody listens to";
     EXPECT_EQ(ports.button.LED(), 'Y');
+    const auto records = [&] { return world.Status()["instruments"]["gps"]["records"].asInt(); };
+    ports.gps.LosePower(40, 4'800);  // longer than it is searched for
+    PollFor(50'000);
+    EXPECT_TRUE(World::Becomes([&, before = records()] { return records() > before; }, 60));
   }
   const std::string told = output->Text();
   output.reset();
