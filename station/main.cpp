@@ -1,10 +1,11 @@
 // moorlog-station: reads all the instruments, keeps the clock and the disk, and answers tools, until it is ended by
 // SIGTERM or SIGINT. SIGHUP reads the settings again. docs/station.md is for who installs it.
 //
-// Exit status: 0 when it was ended; 2 for settings that can't be taken; 1 for what can't be had at the start, or when
-// the same error has come over and over.
+// Exit status: 0 when it was ended; 2 for settings that can't be taken; 1 for what can't be had at the start (with
+// --check too), or when the same error has come over and over.
 
 #include <fcntl.h>
+#include <net/if.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -14,6 +15,7 @@
 #include <optional>
 
 #include "runtime/pollprocessor.h"
+#include "station/disk.h"
 #include "station/mishaps.h"
 #include "station/rights.h"
 #include "station/settings.h"
@@ -47,7 +49,50 @@ std::string OrNone(const std::string& text) {
   return text.empty() ? "none" : text;
 }
 
-// What would run, and what won't for want of a file or of rights: those of the user that it would work as.
+// What won't run, for want of a file or of rights: those of the user that it would work as. False: nothing would.
+bool TellMissing(const Settings& settings) {
+  bool starts = true;
+  const auto missing = [](const std::string& what) { std::cout << "missing    " << what << '\n'; };
+  const auto fails = [&](const std::string& what) {
+    starts = false;
+    missing(what + "; the station doesn't start");
+  };
+  const auto can = [](int use, const std::string& path) {
+    return faccessat(AT_FDCWD, path.c_str(), use, AT_EACCESS) == 0;
+  };
+  try {
+    WorkAs(settings.user);
+  } catch (const std::runtime_error& error) {
+    fails(error.what());
+  }
+  const std::string& interface = settings.control.interface;
+  if (!interface.empty() && if_nametoindex(interface.c_str()) == 0) fails("there is no interface " + interface);
+  const std::filesystem::path state = settings.state;
+  std::error_code unknown;
+  const std::filesystem::path place = exists(state, unknown) ? state : state.parent_path();
+  if (!can(R_OK | W_OK | X_OK, place)) fails(place.string() + " can't be written to");
+  const std::string& disk = settings.disk.path;
+  if (!Disk(disk, settings.disk.board).IsThere())
+    missing("there is no disk at " + disk + " now; nothing is written until there is one");
+  else if (!can(W_OK | X_OK, disk))
+    missing(disk + " can't be written to");
+  const std::string& rows = settings.campbell.directory;
+  if (!rows.empty() && !can(W_OK | X_OK, rows)) missing(rows + " can't be written to; no rows are put there");
+  for (const std::string& device :
+       {settings.gps.device, settings.gps.pulse, settings.sonic.device, settings.button.device})
+    if (!device.empty() && !can(R_OK | W_OK, device))
+      missing(device + " can't be opened now; it is looked for every ten seconds");
+  if (IsRootsProcess() && settings.clock.mode == "set" && !can(F_OK, settings.clock.rtc))
+    missing("there is no hardware clock '" + settings.clock.rtc + "'");
+  if (access("/usr/bin/zip", X_OK) != 0) missing("/usr/bin/zip: files won't be packed");
+  if (!IsRootsProcess())
+    missing(
+        "root's rights: the clock is only watched, the modules stay off; zone, name, time protocol and reboot are "
+        "refused");
+  return starts;
+}
+
+// What would run, and what won't.
 int Check(const Settings& settings) {
   std::cout << "name       " << settings.name << "\nstate      " << settings.state << "\ndisk       "
             << settings.disk.path << (settings.disk.board ? ", also on the board's own disk" : "") << ", files of "
@@ -58,25 +103,8 @@ int Check(const Settings& settings) {
             << "\nbutton     " << OrNone(settings.button.device) << "\ncampbell   rows in "
             << (settings.campbell.directory.empty() ? settings.disk.path : settings.campbell.directory)
             << "\nclock      " << settings.clock.mode << '\n';
-  try {
-    WorkAs(settings.user);
-  } catch (const std::runtime_error& error) {
-    std::cout << "missing    " << error.what() << '\n';
-  }
-  for (const std::string& device :
-       {settings.gps.device, settings.gps.pulse, settings.sonic.device, settings.button.device})
-    if (!device.empty() && faccessat(AT_FDCWD, device.c_str(), R_OK | W_OK, AT_EACCESS) != 0)
-      std::cout << "missing    " << device << " can't be opened now; it is looked for every ten seconds\n";
-  if (!IsRootsProcess())
-    std::cout << "missing    root's rights: the clock is only watched, the modules stay off; zone, name, time protocol "
-                 "and reboot are refused\n";
-  const std::filesystem::path state = settings.state;
-  std::error_code unknown;
-  const std::filesystem::path place = exists(state, unknown) ? state : state.parent_path();
-  if (faccessat(AT_FDCWD, place.c_str(), W_OK | X_OK, AT_EACCESS) != 0)
-    std::cout << "missing    " << place.string() << " can't be written by the user: the station won't start\n";
-  if (access("/usr/bin/zip", X_OK) != 0) std::cout << "missing    /usr/bin/zip: files won't be packed\n";
-  return std::cout.flush() ? 0 : 1;
+  const bool starts = TellMissing(settings);
+  return std::cout.flush() && starts ? 0 : 1;
 }
 
 // The station by the settings in force, and by others when they are read again.

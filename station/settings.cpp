@@ -122,6 +122,7 @@ class Reader {
              "analyser.columns: 'some' wants their names");
     _Require(_settings.gps.pulse.empty() || !_settings.gps.device.empty(), "gps.pulse",
              "gps.pulse: nothing without gps.device, which names the pulses");
+    _RequireOwnDevices();
   }
 
  private:
@@ -163,6 +164,17 @@ class Reader {
     if (condition) return;
     if (_lines.contains(key)) _Fail(key, what);
     throw SettingsError(what);
+  }
+
+  void _RequireOwnDevices() const {
+    std::map<std::string, std::string> taken;
+    for (const auto& [key, device] : {std::pair("gps.device", _settings.gps.device),
+                                      {"gps.pulse", _settings.gps.pulse},
+                                      {"sonic.device", _settings.sonic.device},
+                                      {"button.device", _settings.button.device}}) {
+      const std::string& owner = taken.try_emplace(device, key).first->second;
+      _Require(device.empty() || owner == key, key, std::string(key) + ": '" + device + "' is " + owner + " already");
+    }
   }
 
   // Where each key stands, as "gps.device", and each section, as "gps."; what else is wrong with the form is CLI11's to

@@ -102,6 +102,7 @@ TEST(Settings, NameTheLineOfWhatCantBeTaken) {
       {"name = \"-a\"",
        "1: name: '-a' can't be part of a data file's name: no blanks, quotes and \\*?[], and no '-' in front"},
       {"verbose=maybe", "1: verbose: maybe not in {true,false}"},
+      {"[gps]\ndevice=\"/a\"\n[sonic]\ndevice=\"/a\"", "4: sonic.device: '/a' is gps.device already"},
       {"[analyser]\nrecord=\"x\"", "2: analyser.record: x not in {all,some,none}"},
   };
   for (const auto& [text, error] : rows) {
