@@ -19,8 +19,8 @@
 
 class Board {
  public:
-  // `clock` isn't owned and outlives this.
-  explicit Board(LinuxClock& clock) : _clock(clock) {}
+  // Neither is owned; both outlive this.
+  Board(LinuxClock& clock, Errands& errands) : _clock(clock), _errands(errands) {}
 
   // What doesn't outlive a start of the system: a part in the time protocol that was chosen. Returns what went wrong.
   std::vector<std::string> Start(ConfigMoorlog& document);
@@ -37,6 +37,6 @@ class Board {
   void _StartPTP(int choice);
 
   LinuxClock& _clock;
-  Errands _errands;
+  Errands& _errands;
   std::vector<std::string> _errors;
 };

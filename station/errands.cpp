@@ -29,13 +29,17 @@ namespace {
 
 }  // namespace
 
-void Errands::Do(std::string name, std::function<void()> deed) {
+void Errands::Do(const std::string& name, std::function<void()> deed) {
   { const SuperUser rights; }
-  _waiting.emplace_back(std::move(name), std::move(deed));
+  _lines.try_emplace(name, name).first->second.Do(std::move(deed));
+}
+
+void Errands::_Line::Do(std::function<void()> deed) {
+  _waiting.push_back(std::move(deed));
   if (!_words.IsOpen()) _Begin();
 }
 
-void Errands::_Begin() {
+void Errands::_Line::_Begin() {
   if (_waiting.empty()) return;
   int ends[2];
   if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) != 0) throw ErrnoError("Unable to create pipe");
@@ -43,11 +47,11 @@ void Errands::_Begin() {
   const StreamFileBase childs(ends[1]);
   PollProcessor::Instance().EventChange();
   _child = fork();
-  if (_child == 0) DoInChild(_waiting.front().second, ends[1]);
+  if (_child == 0) DoInChild(_waiting.front(), ends[1]);
   if (_child < 0) _error = "no process can be had";  // and the pipe ends at once
 }
 
-void Errands::_Listen() {
+void Errands::_Line::_Listen() {
   char text[1024];
   const ssize_t size = read(_words.Fileno(), text, sizeof text);
   if (size > 0) return void(_error.append(text, static_cast<size_t>(size)));
@@ -56,7 +60,7 @@ void Errands::_Listen() {
   PollProcessor::Instance().EventChange();
   int status = 0;
   if (_child > 0 && waitpid(_child, &status, 0) == _child && status != 0) _error += "it was cut short";
-  if (!_error.empty()) std::cout << "ERROR: " << _waiting.front().first << ": " << _error << std::endl;
+  if (!_error.empty()) std::cout << "ERROR: " << _name << ": " << _error << std::endl;
   _error.clear();
   _waiting.pop_front();
   _Begin();

@@ -9,32 +9,43 @@
 
 #include <deque>
 #include <functional>
+#include <map>
 #include <string>
 #include <utility>
 
 #include "runtime/pollprocessor.h"
 #include "runtime/streamfilebase.h"
 
-class Errands : private PollItem {
+class Errands {
  public:
-  Errands() : PollItem(POLLIN, true) {}
-
-  // Has it done as soon as those before it have been, by a copy of this process that has none of its descriptors but
-  // the standard ones. It raises its rights itself: std::runtime_error where root's can't be had at all. What it throws
-  // is told on standard output, behind the name. What waits when this goes is not done.
-  void Do(std::string name, std::function<void()> deed);
+  // Has it done as soon as those before it of the same name have been, by a copy of this process that has none of its
+  // descriptors but the standard ones. It raises its rights itself: std::runtime_error where root's can't be had at
+  // all. What it throws is told on standard output, behind the name. What waits when this goes is not done, and who is
+  // at work then is waited for by nobody.
+  void Do(const std::string& name, std::function<void()> deed);
 
  private:
-  void _Begin();
-  void _Listen();
+  // Those of one name.
+  class _Line : private PollItem {
+   public:
+    explicit _Line(std::string name) : PollItem(POLLIN, true), _name(std::move(name)) {}
+    void Do(std::function<void()> deed);
 
-  int Fileno() const override { return _words.Fileno(); }
-  void HandleRead() override { _Listen(); }
-  void HandleHangUp() override { _Listen(); }
-  const char* Description() const override { return "Errands"; }
+   private:
+    void _Begin();
+    void _Listen();
 
-  std::deque<std::pair<std::string, std::function<void()>>> _waiting;  // the first one is being done
-  StreamFileBase _words;                                               // of its child; open while there is one
-  pid_t _child = -1;
-  std::string _error;
+    int Fileno() const override { return _words.Fileno(); }
+    void HandleRead() override { _Listen(); }
+    void HandleHangUp() override { _Listen(); }
+    const char* Description() const override { return "Errands"; }
+
+    const std::string _name;
+    std::deque<std::function<void()>> _waiting;  // the first one is being done
+    StreamFileBase _words;                       // of its child; open while there is one
+    pid_t _child = -1;
+    std::string _error;
+  };
+
+  std::map<std::string, _Line> _lines;
 };

@@ -25,6 +25,7 @@
 #include "station/controlport.h"
 #include "station/disk.h"
 #include "station/documentfile.h"
+#include "station/errands.h"
 #include "station/gps.h"
 #include "station/instrument.h"
 #include "station/modules.h"
@@ -39,7 +40,8 @@ struct ZonePlaces {
 // What a station has been told and no file keeps, for the one that takes its place.
 struct StationOrders {
   bool recording = true;
-  std::string ejected;  // the path of the disk; empty: it isn't
+  std::string ejected;                                             // the path of the disk; empty: it isn't
+  std::shared_ptr<Errands> errands = std::make_shared<Errands>();  // what is under way
 };
 
 class Station : private Disk::Listener, private PollTimer {
@@ -53,7 +55,7 @@ class Station : private Disk::Listener, private PollTimer {
   // To one line of the control port: "status" is answered by a line of JSON; anything else is taken for a document.
   std::string Answer(const std::string& request);
   std::string Status() const;
-  StationOrders Orders() const { return {_recording, _disk.IsEjected() ? _disk.Path() : ""}; }
+  StationOrders Orders() const { return {_recording, _disk.IsEjected() ? _disk.Path() : "", _errands}; }
 
  private:
   // Makes the instrument of a row.
@@ -80,6 +82,7 @@ class Station : private Disk::Listener, private PollTimer {
   LinuxClock _linux_clock;
   const std::string _zones;  // of this system, as the document describes them
   StationClock _clock;
+  const std::shared_ptr<Errands> _errands;
   Board _board;
   Disk _disk;
   Reclaimer _reclaimer;
