@@ -3,7 +3,7 @@
 // than a thousand.
 //
 // Input: a byte for each step. The upper four bits choose one of a few moments and texts; the lower four add the
-// report, or many, or take the disk away, put it back, and let it refuse and take bytes again.
+// report, or many, or take the disk away, put it back, let everything refuse and take bytes again, or start anew.
 
 #include <sys/resource.h>
 
@@ -19,6 +19,7 @@
 #include <iostream>
 #include <iterator>
 #include <map>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -36,27 +37,42 @@ void Require(bool condition) {
 // A second form of the waiting line: files by their moment.
 struct Model {
   void Write() {
-    for (; there && !broken && !waiting.empty(); waiting.pop_front()) {
-      auto [moment, text] = waiting.front();
+    for (; there && !broken && !waiting.empty(); waiting.pop_front(), ++written) {
+      auto [moment, text, kept] = waiting.front();
       while (files.count(moment) > 0 && files[moment] != text) ++moment;
       files[moment] = text;
     }
   }
-  std::deque<std::pair<long, std::string>> waiting;
+  struct Report {
+    std::time_t moment;
+    std::string text;
+    bool kept;  // for a next life
+  };
+  std::deque<Report> waiting;
   std::map<std::time_t, std::string> files;
   bool there = true, broken = false;
+  int64_t written = 0, lost = 0;  // in this life
 };
 
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const TempDirectory place(TempDirectory::Memory());
-  static const std::string path = place / "disk", name = "bog";
-  std::filesystem::remove_all(path);
-  std::filesystem::create_directory(path);
+  static const std::string path = place / "disk", state = place / "state", name = "bog";
+  for (const std::string& directory : {path, state}) {
+    std::filesystem::remove_all(directory);
+    std::filesystem::create_directory(directory);
+  }
+  // What a kill has left.
+  place.Write("disk/old-soil-1.txt.new", "whole\n");
+  place.Write("disk/old-soil-2.txt.new", "cut");
+  place.Write("disk/old-soil-3.txt.new", "another\n");
+  place.Write("disk/old-soil-3.txt", "");
+  place.Write("disk/other.txt.new", "\n");
+  place.Write("state/soil-report-1.2.txt.new", "cut");
   std::cout.setstate(std::ios::badbit);  // what has to wait is told
   Disk disk(path, true);
-  SoilReports reports(disk, name);
+  std::optional<SoilReports> reports(std::in_place, disk, name, state);
   Model model;
   // Files get no bytes.
   const auto refuse = [&](bool on) {
@@ -84,15 +100,25 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
         break;
       case 3:
         refuse(false);
-        reports.Write();
+        reports->Write();
+        model.Write();
+        break;
+      case 5:
+        reports.emplace(disk, name, state);
+        model.written = model.lost = 0;
+        std::erase_if(model.waiting, [](const auto& report) { return !report.kept; });
+        reports->Write();
         model.Write();
         break;
       default:
         for (int count = deed == 4 ? 300 : 1; count > 0; --count) {
           const long its = moment + 7L * count;
-          reports.Add(its, text);
-          if (model.waiting.size() == SoilReports::kMost) model.waiting.pop_front();
-          model.waiting.emplace_back(its, text);
+          reports->Add(its, text);
+          if (model.waiting.size() == SoilReports::kMost) {
+            model.waiting.pop_front();
+            ++model.lost;
+          }
+          model.waiting.push_back({its, text, !model.broken});
           model.Write();
         }
     }
@@ -100,10 +126,14 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   refuse(false);
   disk.Use();
   model.there = true;
-  reports.Write();
+  reports->Write();
   model.Write();
   std::cout.clear();
-  std::map<std::string, std::string> expected, found;
+  Require(reports->Written() == model.written && reports->Lost() == model.lost);
+  Require(std::filesystem::is_empty(state));
+  std::map<std::string, std::string> expected = {
+      {"old-soil-1.txt", "whole\n"}, {"old-soil-3.txt", ""}, {"other.txt.new", "\n"}};
+  std::map<std::string, std::string> found;
   for (const auto& [moment, text] : model.files) {
     tm parts = {};
     char file[64];

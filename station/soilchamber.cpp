@@ -9,7 +9,7 @@ constexpr int64_t kPatience = 300'000'000'000;  // nanoseconds
 }  // namespace
 
 StationSoil::StationSoil(const Settings& settings, const Disk& disk)
-    : _settings(settings), _reports(disk, settings.name) {}
+    : _settings(settings), _reports(disk, settings.name, settings.state) {}
 
 void StationSoil::Apply(const ConfigMoorlog& document) {
   const std::string target = document.cfg.soil.get();

@@ -27,6 +27,7 @@ class StationSoil : public Instrument, private Soil::Listener {
   void Record(bool on) override { _wanted = on; }
 
   void LookAtDisk() override { _reports.Write(); }
+  std::optional<Kept> WhatIsKept() override { return Kept{"", _reports.Written(), _reports.Lost()}; }
 
  private:
   // What it has fetched is remembered in the station's own directory.
