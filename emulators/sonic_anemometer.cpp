@@ -33,7 +33,8 @@ void SonicAnemometer::Set(const AnemometerSettings& settings) {
 AnemometerReading SonicAnemometer::ReadingOf(int number, int inputs) {
   AnemometerReading reading = {1.5 + std::sin(number * 0.1), 0.5 * std::cos(number * 0.07),
                                0.2 * std::sin(number * 0.3), 346 + 0.01 * (number % 50), 25 + 0.01 * (number % 70)};
-  for (int input = 0; input < inputs; ++input) reading.inputs.push_back(0.001 * (number % 1'000) + input);
+  for (int input = 0; input < inputs; ++input, number /= 1'000)
+    reading.inputs.push_back(0.001 * (number % 1'000) + input);
   return reading;
 }
 

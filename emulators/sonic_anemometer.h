@@ -41,11 +41,13 @@ class SonicAnemometer : public PollTimer {
   explicit SonicAnemometer(int bps, const AnemometerSettings& settings = {});
 
   const std::string& Path() const { return _pty.Path(); }
-  int Sent() const { return _sent; }  // messages
+  int Sent() const { return _sent; }              // messages; the number of the next one
+  void CountFrom(int number) { _sent = number; }  // as if so many had been sent
   // From the next message on.
   void Set(const AnemometerSettings& settings);
 
-  // A breeze: what message number `number` tells, counted from 0.
+  // A breeze: what message number `number` tells, counted from 0. The inputs tell its digits, the last three in the
+  // first one, each in thousandths above the input's own number.
   static AnemometerReading ReadingOf(int number, int inputs = 4);
   static std::string Message(const AnemometerReading& reading, const AnemometerSettings& settings = {});
 

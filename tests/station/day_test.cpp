@@ -9,6 +9,7 @@
 #include <sys/wait.h>
 
 #include <array>
+#include <cmath>
 #include <csignal>
 #include <ctime>
 #include <filesystem>
@@ -35,19 +36,23 @@ namespace {
 namespace fs = std::filesystem;
 
 constexpr int kSecond = 1'000, kMinute = 60 * kSecond;  // milliseconds
-constexpr int kUnwritten = 130;                         // lines of the analyser, in 8 KiB and a second
+constexpr int kUnwritten = 130;                         // lines, in 8 KiB and a second
 constexpr int kTroubles = 16;
 
 // What the lives of the station leave for the one who looks at its files; in memory that outlives them. Lines of the
-// analyser are numbered through all lives.
+// analyser and messages of the anemometer are numbered through all lives.
 struct Ledger {
-  // Lines that needn't be in a file; without an end as far as a kill.
-  struct Range {
-    int from, to = std::numeric_limits<int>::max();
+  enum { kAnalyser, kSonic, kFamilies };
+  struct Family {
+    // Lines that needn't be in a file; without an end as far as a kill.
+    struct Range {
+      int from, to = std::numeric_limits<int>::max();
+    };
+    std::array<Range, 10'000> excused;
+    size_t excuses = 0;
+    int sent = 0;
   };
-  std::array<Range, 10'000> excused;
-  size_t excuses = 0;
-  int sent = 0;
+  Family families[kFamilies];
   int troubles = 0;
   int deck[kTroubles] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};  // of them, as they come
   int64_t end = VirtualTime::kDefaultWall;
@@ -88,7 +93,8 @@ class Life {
     AdoptOrphans();
     settable_time = &_time;
     DAQM::port_to_dev.at(1).device = _site.modules.Path();
-    _site.analyser.CountFrom(ledger.sent);
+    _site.analyser.CountFrom(ledger.families[Ledger::kAnalyser].sent);
+    _site.sonic.CountFrom(ledger.families[Ledger::kSonic].sent);
     Settings settings = SettingsFor(_site, dir);
     settings.disk.percent = 100;  // nothing goes, however full it is
     _station.emplace(settings, ZonesIn(dir));
@@ -101,6 +107,7 @@ class Life {
 
   // To its end, or to a kill at any moment until then.
   void Run(int minutes, bool killed) {
+    _Excuse(Ledger::kSonic, 0).to = _Number(Ledger::kSonic) + 2 * _site.plan.sonic_rate;  // its speed isn't known yet
     const int last = static_cast<int>(_random() % static_cast<unsigned>(minutes * kMinute));
     if (killed) _time.Schedule(last, [this] { KillAfter(1 + static_cast<long>(_random() % 10'000'000)); });
     _Pass(2 * kMinute);
@@ -129,27 +136,38 @@ class Life {
     // The reclaimer's thread may just have the names of all files.
     for (int look = 0; look < 1'000 && !is_flat(); ++look) usleep(10'000);
     EXPECT_TRUE(is_flat()) << heap << ' ' << mallinfo2().uordblks;
+    _Excuse(Ledger::kSonic, 2).to = _Number(Ledger::kSonic);  // the kernel's worker behind the pty may have them yet
     _station.reset();
     _Note();
   }
 
  private:
   void _Note() {
-    _ledger.sent = _site.analyser.LinesSent();
+    for (int family = 0; family < Ledger::kFamilies; ++family) _ledger.families[family].sent = _Number(family);
     _ledger.end = time(nullptr);
   }
   void _Pass(int milliseconds) {
     PollUntil([this] { return _Note(), false; }, milliseconds);
   }
-  int _Number() const { return _site.analyser.LinesSent(); }
+  int _Number(int family) const { return family == Ledger::kSonic ? _site.sonic.Sent() : _site.analyser.LinesSent(); }
+  Ledger::Family::Range& _Excuse(int family, int before) {
+    Ledger::Family& lines = _ledger.families[family];
+    return lines.excused.at(lines.excuses++) = {_Number(family) - before};
+  }
 
-  // Lasts for less than ten minutes. Lines of the analyser that are sent meanwhile may be lost, and so may `before`.
-  void _Lose(int before, int seconds, const std::function<void()>& end, int after = 3) {
-    Ledger::Range& excused = _ledger.excused.at(_ledger.excuses++) = {_Number() - before};
+  // Lasts for less than ten minutes. Lines that are sent meanwhile may be lost, and so may `before`: of one family, or
+  // of all.
+  void _Lose(int before, int seconds, const std::function<void()>& end, int after = 3, int only = Ledger::kFamilies) {
+    std::vector<std::pair<int, Ledger::Family::Range*>> excused;
+    for (int family = 0; family < Ledger::kFamilies; ++family)
+      if (only == family || only == Ledger::kFamilies) excused.emplace_back(family, &_Excuse(family, before));
     _Pass(seconds * kSecond);
     end();
     _Pass(after * kSecond);
-    excused.to = _Number() + 1;
+    for (const auto& [family, range] : excused) range->to = _Number(family) + 1;
+  }
+  void _LoseOfAnalyser(int before, int seconds, const std::function<void()>& end) {
+    _Lose(before, seconds, end, 3, Ledger::kAnalyser);
   }
 
   void _Tell(const std::string& command) {
@@ -168,18 +186,18 @@ class Life {
       case 0:
         _site.analyser.Refuse();
         _site.analyser.HangUp();
-        return _Lose(2, any, [&] { _site.analyser.Listen(); });
+        return _LoseOfAnalyser(2, any, [&] { _site.analyser.Listen(); });
       case 1:
         _site.analyser.Stall(true);
-        return _Lose(0, any, [&] { _site.analyser.Stall(false); });
+        return _LoseOfAnalyser(0, any, [&] { _site.analyser.Stall(false); });
       case 2:
         _site.analyser.CutLine();
-        return _Lose(1, 1, [] {});
+        return _LoseOfAnalyser(1, 1, [] {});
       case 3:
         return _site.analyser.SendGarbage(5'000);
       case 4:
         _site.analyser.Reset();
-        return _Lose(2, 1, [] {});
+        return _LoseOfAnalyser(2, 1, [] {});
       case 5:
         for (int kind = 0; kind < 3; ++kind)
           _site.modules.Misbehave(static_cast<int>(_random() % DAQMBus::kMisbehaviours), any % 5);
@@ -194,8 +212,8 @@ class Life {
         return _site.soil.Misbehave(any % SoilInstrument::kMisbehaviours);
       case 9:
         _site.sonic.Set({.rate = _site.plan.sonic_rate, .bad_sums = true});
-        _Pass(any * kSecond);
-        return _site.sonic.Set({.rate = _site.plan.sonic_rate});
+        return _Lose(
+            0, any, [&] { _site.sonic.Set({.rate = _site.plan.sonic_rate}); }, 0, Ledger::kSonic);
       case 10:
         _site.gps.SetFix(false);
         _Tell("startdaqmlivemeasure");
@@ -268,32 +286,47 @@ class Inspector {
       if (line.find(" findings, ") == line.npos && !cut && !(own_clock && line.find("the time goes back") != line.npos))
         ADD_FAILURE() << line;
     }
-    if (killed) {
-      ledger.excused.at(ledger.excuses++) = {ledger.sent - kUnwritten};
-      ledger.sent += kUnwritten;
-      for (Ledger::Range& range : ledger.excused) range.to = std::min(range.to, ledger.sent);
-    }
-    _found.resize(static_cast<size_t>(ledger.sent));
-    _excused.resize(_found.size());
     std::vector<fs::path> finished;
     for (const auto& entry : fs::directory_iterator(_drawer))
       if (entry.path().extension() != ".part" && entry.is_regular_file()) finished.push_back(entry.path());
-    for (const fs::path& path : finished)
-      if (path.filename().string().starts_with("bog-analyser-")) _Take(path);
+    for (int family = 0; family < Ledger::kFamilies; ++family)
+      _Look(ledger.families[family], _families[family], finished, killed);
     for (const fs::path& path : finished) fs::remove(path);
+    if (killed) return;
+    for (const auto& entry : fs::directory_iterator(_drawer)) EXPECT_EQ(entry.path().filename(), "else");
+  }
+  auto Found() const { return std::count(_families[0].found.begin(), _families[0].found.end(), true); }
+
+ private:
+  struct Family {
+    const char* name;
+    // Of a line of data and its moment; -1: it is none.
+    int (*number)(const std::string& line);
+    std::vector<bool> found = {}, excused = {};  // by number
+    size_t checked = 0;                          // as far as this
+  };
+
+  static void _Look(Ledger::Family& ledger, Family& family, const std::vector<fs::path>& finished, bool killed) {
+    if (killed) {
+      ledger.excused.at(ledger.excuses++) = {ledger.sent - kUnwritten};
+      ledger.sent += kUnwritten;
+      for (Ledger::Family::Range& range : ledger.excused) range.to = std::min(range.to, ledger.sent);
+    }
+    family.found.resize(static_cast<size_t>(ledger.sent));
+    family.excused.resize(family.found.size());
+    for (const fs::path& path : finished)
+      if (path.filename().string().starts_with(family.name)) _Take(path, family);
     if (killed) return;
     for (; ledger.excuses > 0; --ledger.excuses)
       for (auto [number, last] = ledger.excused.at(ledger.excuses - 1); number <= last; ++number)
-        if (number >= 0 && number < ledger.sent) _excused[number] = true;
-    for (; _checked < _found.size(); ++_checked)
-      if (!_found[_checked] && !_excused[_checked]) ADD_FAILURE() << "line " << _checked << " is in no file";
-    for (const auto& entry : fs::directory_iterator(_drawer)) EXPECT_EQ(entry.path().filename(), "else");
+        if (number >= 0 && number < ledger.sent) family.excused[number] = true;
+    for (; family.checked < family.found.size(); ++family.checked)
+      if (!family.found[family.checked] && !family.excused[family.checked])
+        ADD_FAILURE() << family.name << ": line " << family.checked << " is in no file";
   }
-  auto Found() const { return std::count(_found.begin(), _found.end(), true); }
 
- private:
   // An archive whose text is there as well, as its disk went at that moment, isn't looked at.
-  void _Take(const fs::path& path) {
+  static void _Take(const fs::path& path, Family& family) {
     std::string text;
     if (path.extension() == ".zip") {
       if (fs::exists(fs::path(path).replace_extension(".txt"))) return;
@@ -305,20 +338,32 @@ class Inspector {
     std::istringstream lines(text);
     int last = -1;
     for (std::string line; std::getline(lines, line);) {
-      int seconds = 0, nanoseconds = 0, number = 0;
-      if (std::sscanf(line.c_str(), "DATA %d %d %*s %*s %*s %*s %*s %*s %*s %d", &seconds, &nanoseconds, &number) != 3)
-        continue;
-      if (line + '\n' != Analyser::DataLine(seconds, nanoseconds, number)) ADD_FAILURE() << line;
+      const int number = family.number(line);
+      if (number < 0) continue;
       if (number <= last) ADD_FAILURE() << path << ": " << number << " behind " << last;
-      if (_found.at(number)) ADD_FAILURE() << path << ": " << number << " once more";
-      _found[number] = true;
+      if (family.found.at(number)) ADD_FAILURE() << path << ": " << number << " once more";
+      family.found[number] = true;
       last = number;
     }
   }
 
+  static int _AnalysersNumber(const std::string& line) {
+    int seconds = 0, nanoseconds = 0, number = 0;
+    if (std::sscanf(line.c_str(), "DATA %d %d %*s %*s %*s %*s %*s %*s %*s %d", &seconds, &nanoseconds, &number) != 3)
+      return -1;
+    if (line + '\n' != Analyser::DataLine(seconds, nanoseconds, number)) ADD_FAILURE() << line;
+    return number;
+  }
+  static int _SonicsNumber(const std::string& line) {
+    double inputs[3];
+    if (std::sscanf(line.c_str(), "SONIC %*s %*s %*s %*s %*s %*s %*s %lf %lf %lf", inputs, inputs + 1, inputs + 2) != 3)
+      return -1;
+    const auto digits = [&](int input) { return static_cast<int>(std::lround((inputs[input] - input) * 1'000)); };
+    return digits(0) + 1'000 * digits(1) + 1'000'000 * digits(2);
+  }
+
   const fs::path _drawer;
-  std::vector<bool> _found, _excused;  // by number
-  size_t _checked = 0;                 // as far as this
+  Family _families[Ledger::kFamilies] = {{"bog-analyser-", _AnalysersNumber}, {"bog-sonic-", _SonicsNumber}};
 };
 
 void ExpectWholeStateFiles(const TempDirectory& dir) {
@@ -369,7 +414,7 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
       inspector.Look(ledger, killed);
       ExpectWholeStateFiles(dir);
     }
-    EXPECT_GT(2 * inspector.Found(), ledger.sent);
+    EXPECT_GT(2 * inspector.Found(), ledger.families[0].sent);
   });
 }
 
