@@ -169,7 +169,8 @@ std::string Station::_Configure(const std::string& text) {
   const bool is_answered = in.fail() || !answer.text.empty();
   for (std::string& error : _board.Apply(moorlog, before.moorlog)) errors.push_back(std::move(error));
   _ApplyToInstruments();
-  attempt([&] { _file.Save(_document); });
+  _stored = false;
+  attempt([&] { _Store(); });
   attempt([&] { _Obey(moorlog.cmd); });
   attempt([&] {
     if (moorlog.cmd.reboot.get()) _board.Reboot();
@@ -226,14 +227,20 @@ void Station::HandleTimeout() {
   if (_second == 0) _EachMinute();
 }
 
+void Station::_Store() {
+  _file.Save(_document);
+  _stored = true;
+  _unstored.Over();
+}
+
 // Once more for what could not be stored when it was changed.
 void Station::_Keep() {
+  if (_stored) return;
   try {
     _OfferZones();
-    _file.Save(_document);
-    _told.clear();
+    _Store();
   } catch (const std::exception& error) {
-    if (std::exchange(_told, error.what()) != error.what()) std::cout << "ERROR: " << error.what() << std::endl;
+    _unstored.Tell(error);
   }
 }
 

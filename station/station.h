@@ -20,6 +20,7 @@
 #include "config/docmoorlog.h"
 #include "logging/reclaimer.h"
 #include "serial/linuxclock.h"
+#include "station/absence.h"
 #include "station/board.h"
 #include "station/button.h"
 #include "station/controlport.h"
@@ -64,6 +65,7 @@ class Station : private Disk::Listener, private PollTimer {
 
   std::string _Configure(const std::string& text);
   bool _OfferZones();
+  void _Store();
   void _Keep();
   void _Obey(const ConfigCmdMoorlog& commands);
   void _ApplyToInstruments();
@@ -97,7 +99,8 @@ class Station : private Disk::Listener, private PollTimer {
   class ControlPort _control;
   const int64_t _started;  // on PollTimer's clock
   bool _recording = true;
-  std::string _told;                  // why the document isn't stored
+  bool _stored = false;               // the document
+  Absence _unstored;                  // why it isn't
   int64_t _lost = 0, _lost_then = 0;  // lines of all files, a second ago and a minute ago
   int _second = 0;                    // of the minute
 };
