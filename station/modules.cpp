@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "station/recordfiles.h"
 #include "station/rights.h"
 
 namespace {
@@ -153,6 +154,13 @@ void StationModules::_DayFile::SetHeader(const std::vector<std::string>& names, 
   _names = names;
   _units = units;
   _file.SetHeader(names, units);
+}
+
+// A header, whichever, ends the file.
+void StationModules::_DayFile::Close() {
+  const std::string failed = HasFailed() ? File() : "";
+  _file.SetHeader(_names, _units);
+  if (!failed.empty()) CutBehindLastLine(failed);
 }
 
 bool StationModules::_DayFile::Write(long time, const std::vector<double>& values) {

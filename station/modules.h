@@ -64,7 +64,7 @@ class StationModules : public Instrument, private DAQM::Listener {
    public:
     _DayFile(const std::string& directory, const std::string& suffix) : _file(directory, suffix, "DAQM") {}
     void SetHeader(const std::vector<std::string>& names, const std::vector<std::string>& units);
-    void Close() { _file.SetHeader(_names, _units); }  // a header, whichever, ends the file
+    void Close();
     bool Write(long time, const std::vector<double>& values);
     std::string File() const { return _file.File(); }
     bool HasFailed() const { return !File().empty() && !_file.IsWritten(); }

@@ -22,7 +22,22 @@ std::string WithoutEnding(const std::string& path) {
   return path.substr(0, path.rfind('.'));
 }
 
-// A file without a whole line goes.
+// BASE.txt into BASE.zip, by a process of its own that gives way to others. The text goes once archive and name have
+// reached the disk: a power cut takes one of the two at most.
+void Pack(const std::string& base, const std::string& directory) {
+  try {
+    RunProgramAsDaemon(
+        "/bin/nice -n 10 /bin/sh -c '"
+        "exec < /dev/null > /dev/null; zip -q -T -j \"$1.zip\" \"$1.txt\" && sync \"$1.zip\" \"$2\" && rm \"$1.txt\""
+        "' pack " +
+        base + ' ' + directory);
+  } catch (const std::exception& error) {  // the file is safe unpacked
+    std::cout << "ERROR: Unable to zip " << base << ".txt: " << error.what() << std::endl;
+  }
+}
+
+}  // namespace
+
 void CutBehindLastLine(const std::string& path) {
   try {
     StreamFile file(path, O_RDWR | O_CLOEXEC);
@@ -43,22 +58,6 @@ void CutBehindLastLine(const std::string& path) {
   } catch (const std::exception&) {  // it has gone with its disk
   }
 }
-
-// BASE.txt into BASE.zip, by a process of its own that gives way to others. The text goes once archive and name have
-// reached the disk: a power cut takes one of the two at most.
-void Pack(const std::string& base, const std::string& directory) {
-  try {
-    RunProgramAsDaemon(
-        "/bin/nice -n 10 /bin/sh -c '"
-        "exec < /dev/null > /dev/null; zip -q -T -j \"$1.zip\" \"$1.txt\" && sync \"$1.zip\" \"$2\" && rm \"$1.txt\""
-        "' pack " +
-        base + ' ' + directory);
-  } catch (const std::exception& error) {  // the file is safe unpacked
-    std::cout << "ERROR: Unable to zip " << base << ".txt: " << error.what() << std::endl;
-  }
-}
-
-}  // namespace
 
 RecordFiles::RecordFiles(const Disk& disk, const std::string& station, std::string family, int split)
     : _disk(disk), _name(station + family), _family(std::move(family)), _split(split) {

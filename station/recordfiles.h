@@ -21,6 +21,9 @@
 #include "logging/logger.h"
 #include "station/disk.h"
 
+// A file without a whole line is deleted. One that has gone with its disk is nobody's trouble.
+void CutBehindLastLine(const std::string& path);
+
 class RecordFiles {
  public:
   // `station`: its name, which that of the family follows: "-sonic". Leftovers of the family are finished whatever the
