@@ -44,6 +44,7 @@
 #include "emulators/temp_directory.h"
 #include "examples/commandline.h"
 #include "examples/timer.h"
+#include "net/net_util.h"
 #include "runtime/runprogram.h"
 
 namespace {
@@ -84,7 +85,8 @@ std::string Program(const std::string& name) {
 class Instruments {
  public:
   Instruments(bool trouble, bool fast)
-      : _site({.fast = fast, .soil = kSoil, .chamber = {.purge = 10, .observation = 60}}) {
+      : _site({.fast = fast, .soil = kSoil, .chamber = {.purge = 5, .observation = 20}}) {
+    _site.soil.SetName(Hostname());  // it has been set up before: its first reports come at once
     _trouble.SetTimeout(trouble ? kTrouble : -1);
   }
 
