@@ -44,10 +44,10 @@ void StationButton::_Light() {
 }
 
 void StationButton::GotUsbButtonUp() {
-  if (!std::exchange(_long, false)) _pressed.SetTimeout(0);
+  if (!std::exchange(_long, false)) _pressed.Ask();
 }
 
 void StationButton::GotUsbButtonLong() {
   _long = true;
-  _held.SetTimeout(0);
+  _held.Ask();
 }

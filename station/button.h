@@ -25,14 +25,25 @@ class StationButton : public Instrument, private UsbButtonDevice::Listener {
   void Show(Light light);
 
  private:
-  // The device mustn't be destroyed in its callback, and a press may end in it.
+  // The device mustn't be destroyed in its callback, and a press may end in it. Each press counts, also when a loop
+  // that stood still gets several at once.
   class _Later : public PollTimer {
    public:
     explicit _Later(std::function<void()> deed) : PollTimer(-1, true), _deed(std::move(deed)) {}
-    void HandleTimeout() override { _deed(); }
+    void Ask() {
+      ++_times;
+      SetTimeout(0);
+    }
+    void HandleTimeout() override {
+      while (_times > 0) {
+        --_times;
+        _deed();
+      }
+    }
 
    private:
     const std::function<void()> _deed;
+    int _times = 0;
   };
 
   void GotUsbButtonDown() override {}

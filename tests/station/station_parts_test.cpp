@@ -334,10 +334,13 @@ TEST(StationButton, IsNotListenedToWhenItHasGone) {
   std::optional<PushButton> button(std::in_place);
   Settings settings;
   settings.button.device = button->Path();
+  int presses = 0;
   StationButton station(
-      settings, [] {}, [] {});
+      settings, [&] { ++presses; }, [] {});
   station.Look();
   EXPECT_TRUE(station.IsConnected());
+  for (int i = 0; i < 3; ++i) button->Press(), button->Release();  // while the loop stands still
+  EXPECT_TRUE(PollUntil([&] { return presses == 3; }, 1'000));
   for (int i = 0; i < 200'000; ++i)
     station.Show(i % 2 == 0 ? StationButton::On : StationButton::Off);  // it reads nothing
   button.reset();
