@@ -109,7 +109,7 @@ void GPSReceiver::_Obey(const std::string& command) {
 
 void GPSReceiver::LosePower(int seconds, int rate) {
   _rate = _next_rate = rate;
-  _silent_until = _ticks + seconds * kTicksPerSecond;
+  _silent_until = _ticks + int64_t{seconds} * kTicksPerSecond;
   _outputs = kOutputs;
 }
 
