@@ -24,7 +24,8 @@ void Forget(DocMoorlog& document) {
   document.moorlog.cfg.clock.date.set_to_default();
 }
 
-// From the first tag to the last end tag. What is refused in it stands in the answers.
+// From the first tag to the last end tag, and text throughout: a power cut may leave zeros. What is refused in it
+// stands in the answers.
 bool Apply(const std::string& text, DocMoorlog& document, std::ostream& answers) {
   std::istringstream in(text);
   try {
@@ -33,7 +34,7 @@ bool Apply(const std::string& text, DocMoorlog& document, std::ostream& answers)
     return false;
   }
   const size_t end = text.find_last_not_of(" \t\r\n");
-  return in && end != std::string::npos &&
+  return in && text.find('\0') == std::string::npos && end != std::string::npos &&
          std::string_view(text).substr(0, end + 1).ends_with("</" + document.get_name() + '>');
 }
 
