@@ -12,7 +12,6 @@
 
 namespace {
 
-constexpr int kSecond = 1'000;  // milliseconds
 constexpr int64_t kSecondInMicros = 1'000'000;
 constexpr int kFirstRate = 10;  // lines a second
 
@@ -69,11 +68,10 @@ Analyser::Analyser(const std::string& host, int port) : LineServer(host, port), 
   Listen();
 }
 
-void Analyser::SetRate(int rate) {
-  _rate = std::clamp(rate, 0, kFastest);
-  if (_rate == 0) return SetTimeout(-1);
-  const int64_t period = kSecondInMicros / _rate;
-  SetTimeout(static_cast<int>((period - WallClock() % period + 999) / 1'000));
+void Analyser::SetRate(int lines, int seconds) {
+  if (lines <= 0) return SetTimeout(-1);
+  _period = kSecondInMicros * seconds / std::min(lines, kFastest);
+  SetTimeout(static_cast<int>((_period - WallClock() % _period + 999) / 1'000));
 }
 
 void Analyser::Announce(const std::string& name) {
@@ -122,11 +120,10 @@ std::string Analyser::_Selected(const char* word, std::string_view fields) const
 }
 
 void Analyser::HandleTimeout() {
-  AddTimeout(kSecond / _rate);
+  AddTimeout(static_cast<int>(_period / 1'000));
   if (!IsConnected() || IsJammed() || IsStalled()) return;
   // The timer is late by its own kind, the instrument is not.
-  const int64_t period = kSecondInMicros / _rate;
-  _SendData((WallClock() + period / 2) / period * period);
+  _SendData((WallClock() + _period / 2) / _period * _period);
 }
 
 void Analyser::_SendData(int64_t moment) {

@@ -32,8 +32,8 @@ class Analyser : public LineServer, public PollTimer, private Doc5500::Listener 
   // Listens at once, with port 0 on a port of its own.
   explicit Analyser(const std::string& host = "127.0.0.1", int port = 0);
 
-  // In lines a second, to kFastest; 0 for silence. 10 at first. The document doesn't follow.
-  void SetRate(int rate);
+  // So many lines in so many seconds, to kFastest; 0 for silence. 10 a second at first. The document doesn't follow.
+  void SetRate(int lines, int seconds = 1);
 
   // As if somebody had done it at the instrument: `settings` is the inside of tn5500. The peer is told what it changed.
   // Throws what the document throws.
@@ -79,7 +79,7 @@ class Analyser : public LineServer, public PollTimer, private Doc5500::Listener 
 
   Doc5500 _document;
   std::string _columns;  // the last DATAH line of this connection
-  int _rate = 0;
+  int64_t _period = 0;   // microseconds
   int _lines = 0;
   std::vector<std::string> _commands;
   std::optional<Announcement> _announcement;

@@ -55,10 +55,11 @@ int64_t Tenths() {
 
 }  // namespace
 
-GPSReceiver::GPSReceiver(Make make, int rate)
+GPSReceiver::GPSReceiver(Make make, int rate, int seconds)
     : PollItem(POLLIN, true),
       PollTimer(-1, true),
       _make(make),
+      _period(kTicksPerSecond * seconds),
       _rate(rate),
       _next_rate(rate),
       _started(Tenths()),
@@ -75,14 +76,16 @@ std::string GPSReceiver::Sentence(std::string_view body) {
   return '$' + std::string(body) + end;
 }
 
-std::string GPSReceiver::Compose(std::string_view name, int64_t tenths, bool fix) {
+std::string GPSReceiver::Compose(std::string_view name, int64_t tenths, bool fix, int number) {
   const std::string place = fix ? std::string(kLatitude) + ',' + kLongitude : ",,,";
   if (name == "GPRMC")
     return Sentence("GPRMC," + TimeOfDay(tenths) + (fix ? ",A," : ",V,") + place + (fix ? ",000.5,036.6," : ",,,") +
                     Moment("%d%m%y", tenths) + ",012.0,W" + (fix ? ",A" : ",N"));
-  if (name == "GPGGA")
-    return Sentence("GPGGA," + TimeOfDay(tenths) + ',' + place + (fix ? ",1,06" : ",0,00") +
-                    ",1.5,100.3,M,-33.7,M,,0000");
+  if (name == "GPGGA") {
+    char rest[48];
+    std::snprintf(rest, sizeof rest, ",1.5,%.3f,M,-33.7,M,,0000", kAltitude + number * 0.001);
+    return Sentence("GPGGA," + TimeOfDay(tenths) + ',' + place + (fix ? ",1,06" : ",0,00") + rest);
+  }
   if (name == "GPGSV")
     return Sentence("GPGSV,2,1,06,16,74,173,27,23,42,310,21,31,40,066,23,32,39,218,22") +
            Sentence("GPGSV,2,2,06,20,38,248,21,29,15,048,16");
@@ -141,21 +144,22 @@ void GPSReceiver::_Tick() {
   for (const int64_t now = (PollTimer::Now() - _began) / kTick; _ticks < now;) {
     ++_ticks;
     for (const auto& [name, rate] : _outputs)
-      if (_IsDue(name, rate, _ticks)) sentences += Compose(name, _started + _ticks - kLate, _fix);
+      if (_IsDue(name, rate, _ticks))
+        sentences += Compose(name, _started + _ticks - kLate, _fix, name == "GPGGA" ? _sent++ : 0);
   }
   for (size_t end = 0; _bad_sums && (end = sentences.find('\r', end)) != sentences.npos; ++end) sentences[end - 1] ^= 1;
   if (!sentences.empty()) _Send(sentences);
 }
 
 bool GPSReceiver::_IsDue(const std::string& name, int rate, int64_t tick) const {
-  return tick >= _silent_until && (_started + tick - kLate) * rate % kTicksPerSecond < rate && name.starts_with("GP");
+  return tick >= _silent_until && (_started + tick - kLate) * rate % _period < rate && name.starts_with("GP");
 }
 
 // Ticks without a sentence pass unnoticed.
 void GPSReceiver::_WaitForNext() {
   int64_t next = _ticks + 1;
   const auto is_due = [&](const auto& output) { return _IsDue(output.first, output.second, next); };
-  while (next < _ticks + kTicksPerSecond && std::none_of(_outputs.begin(), _outputs.end(), is_due)) ++next;
+  while (next < _ticks + _period && std::none_of(_outputs.begin(), _outputs.end(), is_due)) ++next;
   SetTimeout(static_cast<int>(std::max<int64_t>(_began + next * kTick - PollTimer::Now() + 999'999, 0) / 1'000'000));
 }
 

@@ -28,25 +28,29 @@ class GPSReceiver : public PollItem, public PollTimer {
  public:
   enum Make { Hemisphere, Garmin };
 
-  // Where it stands, and keeps standing.
+  // Where it stands. It rises by a millimetre with each position that it sends, and keeps standing otherwise.
   static constexpr const char* kLatitude = "1929.439,S";
   static constexpr const char* kLongitude = "02410.387,E";
+  static constexpr double kAltitude = 100.3;  // metres
 
-  // `rate`: bits per second. All sentences are on at first, once a second.
-  GPSReceiver(Make make, int rate);
+  // `rate`: bits per second. All sentences are on at first, once a second; what it takes for one are so many `seconds`.
+  GPSReceiver(Make make, int rate, int seconds = 1);
 
   const std::string& Path() const { return _pty.Path(); }
   int Rate() const { return _rate; }
   // Each command that it has understood, without its line end.
   const std::vector<std::string>& Commands() const { return _commands; }
   void SetFix(bool fix) { _fix = fix; }
+  int Sent() const { return _sent; }              // positions; the number of the next one
+  void CountFrom(int number) { _sent = number; }  // as if so many had been sent
   void LosePower(int seconds, int rate);          // back with all sentences, at this rate
   void SetBadSums(bool bad) { _bad_sums = bad; }  // of all that it reports
 
   // "$", `body`, its checksum and a line end.
   static std::string Sentence(std::string_view body);
   // One of GPRMC, GPGGA, GPGSA, GPVTG, or the group of GPGSV, at this moment in tenths of a second since 1970.
-  static std::string Compose(std::string_view name, int64_t tenths, bool fix = true);
+  // `number`: the position's.
+  static std::string Compose(std::string_view name, int64_t tenths, bool fix = true, int number = 0);
 
   int Fileno() const override { return _pty.Fileno(); }
   void HandleRead() override;
@@ -63,6 +67,7 @@ class GPSReceiver : public PollItem, public PollTimer {
   void _Send(const std::string& bytes);
 
   const Make _make;
+  const int _period;  // in ticks
   Pty _pty;
   int _rate;
   int _next_rate;
@@ -72,6 +77,7 @@ class GPSReceiver : public PollItem, public PollTimer {
   int64_t _silent_until = 0;  // in ticks
   bool _bad_sums = false;
   bool _fix = true;
+  int _sent = 0;
   std::map<std::string, int> _outputs;  // sentence and how often a second
   std::string _input;
   std::vector<std::string> _commands;

@@ -12,8 +12,8 @@ constexpr int kBaud = 57'600;
 Site::Site(const Plan& as)
     : plan(as),
       analyser(kHost),
-      gps(plan.fast ? GPSReceiver::Hemisphere : GPSReceiver::Garmin, plan.fast ? kBaud : 38'400),
-      sonic(kBaud, {.rate = plan.sonic_rate}),
+      gps(plan.fast ? GPSReceiver::Hemisphere : GPSReceiver::Garmin, plan.fast ? kBaud : 38'400, plan.pace),
+      sonic(kBaud, {.rate = plan.sonic_rate, .seconds = plan.pace}),
       soil(plan.soil, plan.chamber),
       modules(plan.bus) {
   if (plan.fast) analyser.SetRate(Analyser::kFastest);

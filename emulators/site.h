@@ -19,6 +19,7 @@ struct Site {
   struct Plan {
     bool fast = false;               // analyser 40 Hz and GPS receiver 10 Hz, instead of 10 and 1
     int sonic_rate = 20;             // Hz
+    int pace = 1;                    // seconds, in the place of one, of receiver and anemometer
     std::string soil = "127.0.0.1";  // the address of the chamber, one for each site on a machine
     SoilInstrument::Settings chamber = {};
     bool modules = true;  // the station is told of their bus

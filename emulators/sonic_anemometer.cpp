@@ -26,8 +26,8 @@ void SonicAnemometer::Set(const AnemometerSettings& settings) {
   _settings = settings;
   _settings.rate = std::clamp(settings.rate, 1, kFastest);
   if (_settings.rate == rate) return;
-  _in_second = 0;
-  SetTimeout(kSecond / _settings.rate);
+  _in_period = 0;
+  SetTimeout(kSecond * _settings.seconds / _settings.rate);
 }
 
 AnemometerReading SonicAnemometer::ReadingOf(int number, int inputs) {
@@ -52,10 +52,10 @@ std::string SonicAnemometer::Message(const AnemometerReading& reading, const Ane
 
 // Thirds of milliseconds and the like add up to whole seconds.
 void SonicAnemometer::HandleTimeout() {
-  const auto due = [this](int message) { return kSecond * message / _settings.rate; };
-  const int next = _in_second + 1;
+  const auto due = [this](int message) { return kSecond * _settings.seconds * message / _settings.rate; };
+  const int next = _in_period + 1;
   AddTimeout(due(next + 1) - due(next));
-  _in_second = next % _settings.rate;
+  _in_period = next % _settings.rate;
   _pty.Write(Message(ReadingOf(_sent, _settings.inputs), _settings), _bps);
   ++_sent;
 }

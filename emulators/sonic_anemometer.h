@@ -26,7 +26,8 @@ struct AnemometerReading {
 };
 
 struct AnemometerSettings {
-  int rate = 10;        // messages a second, 1 to SonicAnemometer::kFastest
+  int rate = 10;        // messages, 1 to SonicAnemometer::kFastest, in
+  int seconds = 1;      // so many
   char units = 'M';     // metres per second; the numbers are the same in all units
   unsigned status = 0;  // 0: well
   int inputs = 4;       // analogue inputs that are reported
@@ -59,5 +60,5 @@ class SonicAnemometer : public PollTimer {
   AnemometerSettings _settings;
   Pty _pty;
   int _sent = 0;
-  int _in_second = 0;  // messages since the rate was set, in this second
+  int _in_period = 0;  // messages since the rate was set, in these seconds
 };

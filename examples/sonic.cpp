@@ -73,8 +73,11 @@ class Trouble {
 
  private:
   void _Next() {
-    const AnemometerSettings habits[] = {
-        {_rate}, {_rate, 'M', 3}, {_rate, 'M', 12, 0}, {_rate, 'N'}, {_rate, 'M', 0, 4, true}};
+    const AnemometerSettings habits[] = {{.rate = _rate},
+                                         {.rate = _rate, .status = 3},
+                                         {.rate = _rate, .status = 12, .inputs = 0},
+                                         {.rate = _rate, .units = 'N'},
+                                         {.rate = _rate, .bad_sums = true}};
     _next.AddTimeout(kSecond);
     _anemometer.Set(habits[_number++ % std::size(habits)]);
   }

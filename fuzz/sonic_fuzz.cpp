@@ -137,7 +137,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   if ((data[1] & 1) != 0) bytes = Messages(bytes);
   bytes += '\r';
   // Of all habits that the emulated anemometer has.
-  const AnemometerSettings settings = {10, "MN"[data[0] >> 7 & 1], data[0] % 12U, data[1] % 5, data[1] % 7 == 6};
+  const AnemometerSettings settings = {
+      .units = "MN"[data[0] >> 7 & 1], .status = data[0] % 12U, .inputs = data[1] % 5, .bad_sums = data[1] % 7 == 6};
   const AnemometerReading sent = SonicAnemometer::ReadingOf(data[1], settings.inputs);
   const Heard heard = Hear(SonicAnemometer::Message(sent, settings), 9);
   for (const size_t chunk : {bytes.size() + 1, size_t{1} + data[0]})
