@@ -40,9 +40,9 @@ constexpr int kUnwritten = 200;                         // lines, in 8 KiB and a
 constexpr int kTroubles = 16;
 
 // What the lives of the station leave for the one who looks at its files; in memory that outlives them. Lines of the
-// analyser and messages of the anemometer are numbered through all lives.
+// analyser, messages of the anemometer and positions of the receiver are numbered through all lives.
 struct Ledger {
-  enum { kAnalyser, kSonic, kFamilies };
+  enum { kAnalyser, kSonic, kGPS, kFamilies };
   struct Family {
     // Lines that needn't be in a file; without an end as far as a kill.
     struct Range {
@@ -56,6 +56,7 @@ struct Ledger {
   int troubles = 0;
   int deck[kTroubles] = {0, 1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 13, 14, 15};  // of them, as they come
   int64_t end = VirtualTime::kDefaultWall;
+  int64_t lived = 0;  // milliseconds
 };
 
 // Ends this process, without a word, once it has worked for so many nanoseconds more: wherever in a pass that may be.
@@ -69,22 +70,24 @@ void KillAfter(long nanoseconds) {
 }
 
 // One life: emulators, station and their time. The disk is a mount of `drawer`, so that it can be taken away and put
-// back. Now and then it is as at a real station, at high rates; most of the time it takes as little as it can, at
-// first without a Campbell logger, as each of its answers takes a connection and many make a file.
+// back. Now and then it is as at a real station, at high rates; most of the time it takes as little as it can: each
+// sends once in `pace` seconds, and often there is no Campbell logger, whose answers take a connection each and many a
+// file.
 class Life {
  public:
   static bool IsFast(unsigned seed) { return seed % 16 == 0; }
-  static unsigned Longest(unsigned seed) { return IsFast(seed) ? 15 : seed % 4 == 1 ? 24 * 60 : 60; }  // minutes
+  static unsigned Longest(unsigned seed) { return IsFast(seed) ? 10 : seed % 4 == 1 ? 24 * 60 : 60; }  // minutes
 
-  Life(const TempDirectory& dir, Ledger& ledger, unsigned seed)
+  Life(const TempDirectory& dir, Ledger& ledger, unsigned seed, int pace)
       : _dir(dir),
         _disk(dir / "disk"),
         _ledger(ledger),
         _random(seed),
         _time(ledger.end + 600),
-        _campbell(seed % 80 != 2),
+        _campbell(seed % 80 != 2 && seed % 8 != 5),
         _site(IsFast(seed) ? Site::Plan{.fast = true, .soil = "127.5.1.8"}
                            : Site::Plan{.sonic_rate = 1,
+                                        .pace = pace,
                                         .soil = "127.5.1.8",
                                         .chamber = {.data = 10},
                                         .modules = seed % 2 == 0,
@@ -95,6 +98,7 @@ class Life {
     DAQM::port_to_dev.at(1).device = _site.modules.Path();
     _site.analyser.CountFrom(ledger.families[Ledger::kAnalyser].sent);
     _site.sonic.CountFrom(ledger.families[Ledger::kSonic].sent);
+    _site.gps.CountFrom(ledger.families[Ledger::kGPS].sent);
     Settings settings = SettingsFor(_site, dir);
     settings.disk.percent = 100;  // nothing goes, however full it is
     _station.emplace(settings, ZonesIn(dir));
@@ -102,15 +106,17 @@ class Life {
     if (const size_t at = document.find("<logger>"); !_campbell)
       document.erase(at, document.find("<daqm>", at) - at);  // of what an earlier life was told nothing changes
     _station->Answer(document);
-    if (!_site.plan.fast) _site.analyser.SetRate(1);
+    if (!_site.plan.fast) _site.analyser.SetRate(1, pace);
   }
 
   // To its end, or to a kill at any moment until then.
   void Run(int minutes, bool killed) {
     _Excuse(Ledger::kSonic, 0).to = _Number(Ledger::kSonic) + 2 * _site.plan.sonic_rate;  // its speed isn't known yet
+    Ledger::Family::Range& first_fixes = _Excuse(Ledger::kGPS, 0);
     const int last = static_cast<int>(_random() % static_cast<unsigned>(minutes * kMinute));
     if (killed) _time.Schedule(last, [this] { KillAfter(1 + static_cast<long>(_random() % 10'000'000)); });
     _Pass(2 * kMinute);
+    first_fixes.to = _Number(Ledger::kGPS);
     const auto descriptors = [] { return std::distance(fs::directory_iterator("/proc/self/fd"), {}); };
     const auto held = descriptors();
     size_t heap = 0;
@@ -148,11 +154,16 @@ class Life {
   void _Note() {
     for (int family = 0; family < Ledger::kFamilies; ++family) _ledger.families[family].sent = _Number(family);
     _ledger.end = time(nullptr);
+    _ledger.lived = _lived + _time.Elapsed();
   }
   void _Pass(int milliseconds) {
     PollUntil([this] { return _Note(), false; }, milliseconds);
   }
-  int _Number(int family) const { return family == Ledger::kSonic ? _site.sonic.Sent() : _site.analyser.LinesSent(); }
+  int _Number(int family) const {
+    return family == Ledger::kSonic ? _site.sonic.Sent()
+           : family == Ledger::kGPS ? _site.gps.Sent()
+                                    : _site.analyser.LinesSent();
+  }
   Ledger::Family::Range& _Excuse(int family, int before) {
     Ledger::Family& lines = _ledger.families[family];
     return lines.excused.at(lines.excuses++) = {_Number(family) - before};
@@ -213,16 +224,19 @@ class Life {
         return _site.campbell.Listen();
       case 8:
         return _site.soil.Misbehave(any % SoilInstrument::kMisbehaviours);
-      case 9:
-        _site.sonic.Set({.rate = _site.plan.sonic_rate, .bad_sums = true});
+      case 9: {
+        AnemometerSettings settings = {.rate = _site.plan.sonic_rate, .seconds = _site.plan.pace, .bad_sums = true};
+        _site.sonic.Set(settings);
+        settings.bad_sums = false;
         return _Lose(
-            0, any, [&] { _site.sonic.Set({.rate = _site.plan.sonic_rate}); }, 0, Ledger::kSonic);
+            0, any, [&] { _site.sonic.Set(settings); }, 0, Ledger::kSonic);
+      }
       case 10:
         _site.gps.SetFix(false);
         _Tell("startdaqmlivemeasure");
-        _Pass(any * kSecond);
-        _Tell("stopdaqmlivemeasure");
-        return _site.gps.SetFix(true);
+        _Lose(
+            0, any, [&] { _site.gps.SetFix(true); }, 0, Ledger::kGPS);
+        return _Tell("stopdaqmlivemeasure");
       case 11:
         _site.button.Press();
         _site.button.Release();
@@ -263,6 +277,7 @@ class Life {
   const TempDirectory& _dir;
   const std::string _disk;
   Ledger& _ledger;
+  const int64_t _lived = _ledger.lived;
   std::mt19937 _random;
   VirtualTime _time;
   const bool _campbell;
@@ -298,7 +313,7 @@ class Inspector {
     if (killed) return;
     for (const auto& entry : fs::directory_iterator(_drawer)) EXPECT_EQ(entry.path().filename(), "else");
   }
-  auto Found() const { return std::count(_families[0].found.begin(), _families[0].found.end(), true); }
+  auto Found(int family) const { return std::ranges::count(_families[family].found, true); }
 
  private:
   struct Family {
@@ -365,8 +380,15 @@ class Inspector {
     return digits(0) + 1'000 * digits(1) + 1'000'000 * digits(2);
   }
 
+  static int _ReceiversNumber(const std::string& line) {
+    double altitude;
+    if (std::sscanf(line.c_str(), "GPS %*s %*s %*s %*s %lf", &altitude) != 1) return -1;
+    return static_cast<int>(std::lround((altitude - GPSReceiver::kAltitude) * 1'000));
+  }
+
   const fs::path _drawer;
-  Family _families[Ledger::kFamilies] = {{"bog-analyser-", _AnalysersNumber}, {"bog-sonic-", _SonicsNumber}};
+  Family _families[Ledger::kFamilies] = {
+      {"bog-analyser-", _AnalysersNumber}, {"bog-sonic-", _SonicsNumber}, {"bog-gps-", _ReceiversNumber}};
 };
 
 // `told`: a life has got as far as its document.
@@ -383,7 +405,9 @@ void ExpectWholeStateFiles(const TempDirectory& dir, bool told) {
 TEST(StationDay, LosesNothingThatCouldBeWritten) {
   if (geteuid() != 0 || !MountNamespaceAvailable()) GTEST_SKIP() << "needs root, and / to be a mount point";
   const TempDirectory dir;
-  const unsigned seed = Setting("MOORLOG_STATION_SEED", 1), hours = Setting("MOORLOG_STATION_HOURS", 3);
+  const unsigned seed = Setting("MOORLOG_STATION_SEED", 1);
+  const int64_t hours = Setting("MOORLOG_STATION_HOURS", 24);
+  const int pace = hours > 48 ? 1 : 5;
   auto& ledger = MakeShared<Ledger>();
   ExpectInMountNamespace([&] {
     ASSERT_TRUE(EnterOwnNetwork());
@@ -397,16 +421,16 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
     Life::Mount(dir);
     std::mt19937 random(seed);
     Inspector inspector(dir);
-    for (unsigned left = hours * 60, length; left > 0; left -= length) {
+    for (int left; (left = static_cast<int>(hours * 60 - ledger.lived / kMinute)) > 0;) {
       // In a long run the first life is half of it, of all but the Campbell logger and high rates.
-      const bool first = left == hours * 60 && hours > 48;
+      const bool first = ledger.lived == 0 && hours > 48;
       unsigned fate = random();
       if (first) fate = fate - fate % 80 + 2;
-      length = first ? left / 2 : std::min<unsigned>(left, 1 + random() % Life::Longest(fate));
+      const int length = first ? left / 2 : std::min<int>(left, 1 + random() % Life::Longest(fate));
       const bool killed = !first && length < left && random() % 2 == 0;
       const ChildResult end = RunInChild([&] {
         if (killed && fate % 8 == 1) KillAfter(1 + fate % 50'000'000);
-        Life(dir, ledger, fate).Run(static_cast<int>(length), killed);
+        Life(dir, ledger, fate, pace).Run(length, killed);
       });
       EXPECT_TRUE(killed ? end.signal == SIGKILL : end.exit_status == 0) << end.signal << end.output;
       for (int status = 0; wait(&status) > 0;) continue;
@@ -418,7 +442,8 @@ TEST(StationDay, LosesNothingThatCouldBeWritten) {
       inspector.Look(ledger, killed);
       ExpectWholeStateFiles(dir, ledger.end != VirtualTime::kDefaultWall);
     }
-    EXPECT_GT(2 * inspector.Found(), ledger.families[0].sent);
+    for (int family = 0; family < Ledger::kFamilies; ++family)
+      EXPECT_GT(2 * inspector.Found(family), ledger.families[family].sent);
   });
 }
 
