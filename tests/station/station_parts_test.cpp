@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <jsoncpp/json/value.h>
 #include <sys/mount.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/timex.h>
 
@@ -157,7 +158,7 @@ TEST(Errands, AreDoneOneAfterTheOtherAndTheirFailuresTold) {
   const TempDirectory dir;
   const CapturedOutput output;
   Errands errands;
-  errands.Do("a", [] { alarm(60), pause(); });  // keeps no other one
+  errands.Do("a", [] { prctl(PR_SET_PDEATHSIG, SIGKILL), pause(); });  // keeps no other one
   errands.Do("b", [&] { dir.Write("b", ""); });
   errands.Do("b", [&] { throw std::runtime_error(dir.Names().contains("b") ? "no" : "too early"); });
   errands.Do("b", [] { raise(SIGKILL); });
