@@ -360,7 +360,7 @@ void Operations(int kind, bool dialled, Recorder::Act atTheEnd, Input input) {
         if (what / 16 == 15) {
           try {
             pair.client->WriteFile("/nowhere");
-            REQUIRE(busy || finished || recorder.Of(*pair.client).writeClosed);
+            REQUIRE(broken || busy || finished || recorder.Of(*pair.client).writeClosed);
           } catch (const ErrnoError&) {
           }
           break;
