@@ -1,9 +1,8 @@
 #include "emulators/analyser.h"
 
-#include <sys/time.h>
-
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 #include <sstream>
 #include <stdexcept>
 #include <utility>
@@ -49,16 +48,19 @@ std::string Compact(const Write& write) {
   return std::move(out).str();
 }
 
-// Microseconds since 1970.
-int64_t WallClock() {
-  timeval now;
-  gettimeofday(&now, nullptr);
-  return now.tv_sec * kSecondInMicros + now.tv_usec;
+// Of CLOCK_REALTIME since 1970.
+int64_t Microseconds(clockid_t clock) {
+  timespec now;
+  clock_gettime(clock, &now);
+  return now.tv_sec * kSecondInMicros + now.tv_nsec / 1'000;
 }
 
 }  // namespace
 
-Analyser::Analyser(const std::string& host, int port) : LineServer(host, port), PollTimer(-1, true) {
+Analyser::Analyser(const std::string& host, int port)
+    : LineServer(host, port),
+      PollTimer(-1, true),
+      _ahead(Microseconds(CLOCK_REALTIME) - Microseconds(CLOCK_MONOTONIC)) {
   SetRate(kFirstRate);
   std::string none;
   _Apply(InDocument("<output><rate>" + std::to_string(kFirstRate) + "</rate></output>"), none);
@@ -71,7 +73,7 @@ Analyser::Analyser(const std::string& host, int port) : LineServer(host, port), 
 void Analyser::SetRate(int lines, int seconds) {
   if (lines <= 0) return SetTimeout(-1);
   _period = kSecondInMicros * seconds / std::min(lines, kFastest);
-  SetTimeout(static_cast<int>((_period - WallClock() % _period + 999) / 1'000));
+  SetTimeout(static_cast<int>((_period - _Clock() % _period + 999) / 1'000));
 }
 
 void Analyser::Announce(const std::string& name) {
@@ -123,7 +125,11 @@ void Analyser::HandleTimeout() {
   AddTimeout(static_cast<int>(_period / 1'000));
   if (!IsConnected() || IsJammed() || IsStalled()) return;
   // The timer is late by its own kind, the instrument is not.
-  _SendData((WallClock() + _period / 2) / _period * _period);
+  _SendData((_Clock() + _period / 2) / _period * _period);
+}
+
+int64_t Analyser::_Clock() const {
+  return Microseconds(CLOCK_MONOTONIC) + _ahead;
 }
 
 void Analyser::_SendData(int64_t moment) {
@@ -183,7 +189,7 @@ void Analyser::_SendDocument(std::string text) {
 }
 
 void Analyser::GotPollCmd() {
-  _SendData(WallClock());
+  _SendData(_Clock());
 }
 
 void Analyser::GotCalCH4ZeroCmd() {
@@ -196,7 +202,7 @@ void Analyser::GotCalCH4SpanCmd(float) {
 
 void Analyser::_Calibrated(ConfigurableTimestamp& last, const char* kind) {
   ConfigCal& cal = _document.tn5500.cal;
-  const auto seconds = WallClock() / kSecondInMicros;
+  const auto seconds = _Clock() / kSecondInMicros;
   last.set(static_cast<double>(seconds) - kEpoch);
   cal.history.add(*new ConfigCalRecord(last.get(), kind, cal.ch4zero.get(), cal.ch4span.get()));
   cal.ClearOldHistoryRecords();

@@ -6,9 +6,10 @@
 // line tells what it changed, and a new DATAH line follows a change of the columns in box/output/data. It obeys
 // output/rate, sends a data line for cmd/poll, and takes a calibration command as done: the history has its record.
 //
-// Everything runs on the poll loop's time; data lines carry the system's present moment in whole periods of the rate,
-// so that at rates that divide a second there is one at the top of each. As the instrument has little memory, data
-// lines that find the connection jammed are lost whole; answers are not.
+// Everything runs on the poll loop's time. It has a clock of its own: the system's at first, and no step of that one
+// from then on. Data lines carry its moment in whole periods of the rate, so that at rates that divide a second there
+// is one at the top of each. As the instrument has little memory, data lines that find the connection jammed are lost
+// whole; answers are not.
 //
 // Thread: the poll loop's.
 
@@ -72,11 +73,13 @@ class Analyser : public LineServer, public PollTimer, private Doc5500::Listener 
   void _Calibrated(ConfigurableTimestamp& last, const char* kind);
   void _SendChanges();
   void _SendColumns();
-  void _SendData(int64_t moment);  // microseconds since 1970
+  int64_t _Clock() const;          // microseconds since 1970
+  void _SendData(int64_t moment);  // of that clock
   void _SendDocument(std::string text);
   // The word, and those fields whose columns are wanted. `fields`: one for each column, each with a tab behind it.
   std::string _Selected(const char* word, std::string_view fields) const;
 
+  const int64_t _ahead;  // its clock, of CLOCK_MONOTONIC; microseconds
   Doc5500 _document;
   std::string _columns;  // the last DATAH line of this connection
   int64_t _period = 0;   // microseconds
