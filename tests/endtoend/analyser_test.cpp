@@ -10,7 +10,9 @@
 #include "analyser/head.h"
 #include "emulators/analyser.h"
 #include "emulators/poll_runner.h"
+#include "emulators/temp_directory.h"
 #include "emulators/virtual_time.h"
+#include "examples/recorder.h"
 
 namespace {
 
@@ -64,6 +66,19 @@ TEST(AnalyserLink, TheDialoguesOfTheDocumentationAreTrue) {
   station.head.Send("<tarno><tn5500>&query;</tn5500></tarno>\n");
   PollFor(1'000);
   EXPECT_EQ(Configuration(analyser.Document()), Configuration(station.handler.GetDocument()));
+}
+
+TEST(AnalyserLink, ARecorderBuildsItAnewWhenNothingHasComeForFiveMinutes) {
+  VirtualTime time;
+  const TempDirectory disk;
+  Analyser analyser;
+  Recorder recorder({.directory = disk.Path()});
+  recorder.ConnectToAddress(analyser.Host(), analyser.Port());
+  EXPECT_TRUE(PollUntil([&] { return recorder.Lines() > 100; }, 60'000));
+  analyser.Stall(true);
+  PollFor(298'000);
+  EXPECT_EQ(analyser.Connections(), 1);
+  EXPECT_TRUE(PollUntil([&] { return analyser.Connections() == 2; }, 4'000));
 }
 
 }  // namespace
