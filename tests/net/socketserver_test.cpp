@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 
 #include <functional>
 
@@ -139,24 +138,6 @@ TEST(SocketServer, ListensAndGoesOnAfterAnAcceptThatFails) {
   SocketServer other(Socket::FamilyIPv4);
   EXPECT_THAT(ErrorText([&] { other.Listen(served.server.Port()); }), EndsWith("Address already in use"));
   EXPECT_EQ(-1, other.Port());
-}
-
-TEST(SocketServer, ServesBesideAThousandThatSayNothing) {
-  rlimit files = {};
-  getrlimit(RLIMIT_NOFILE, &files);
-  files.rlim_cur = std::max<rlim_t>(files.rlim_cur, 2'100);
-  if (setrlimit(RLIMIT_NOFILE, &files) != 0) GTEST_SKIP() << "needs 2,100 descriptors";
-  Served served;
-  std::vector<Socket> silent;
-  for (int i = 0; i < 1000; ++i) {
-    served.Accepted();
-    silent.push_back(served.peer);
-  }
-  served.Accepted();
-  served.peer.Write("GET");
-  EXPECT_TRUE(PollUntil([&] { return served.log.ends_with("opened connected GET "); }));
-  silent.clear();
-  EXPECT_TRUE(PollUntil([&] { return std::count(served.log.begin(), served.log.end(), '-') == 1000; }));  // read-closed
 }
 
 TEST(SocketServer, KeepsQuietConnectionsAlive) {
